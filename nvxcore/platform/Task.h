@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace nvxcore {
+
+/// A move-only closure without arguments. One of up to 56 bytes lies within it and allocates nothing.
+/// Calling it consumes it: what it holds is destroyed when the call ends.
+class Task {
+ public:
+  static constexpr size_t kInlineSize = 56;
+
+  Task() = default;
+  template <class F>
+    requires(!std::is_same_v<std::decay_t<F>, Task> && std::is_invocable_v<std::decay_t<F>&>)
+  Task(F&& function) {  // NOLINT(google-explicit-constructor): a closure is a task
+    using Function = std::decay_t<F>;
+    if constexpr (fitsInline<Function>()) {
+      ::new (static_cast<void*>(_storage)) Function(std::forward<F>(function));
+      _operations = &kInline<Function>;
+    } else {
+      ::new (static_cast<void*>(_storage)) Function*(new Function(std::forward<F>(function)));
+      _operations = &kHeap<Function>;
+    }
+  }
+  Task(Task&& other) noexcept { take(other); }
+  Task& operator=(Task&& other) noexcept {
+    if (this != &other) {
+      reset();
+      take(other);
+    }
+    return *this;
+  }
+  ~Task() { reset(); }
+
+  explicit operator bool() const { return _operations != nullptr; }
+
+  void operator()() {
+    const Operations* operations = std::exchange(_operations, nullptr);
+    operations->callAndDestroy(_storage);
+  }
+
+  void reset() {
+    if (const Operations* operations = std::exchange(_operations, nullptr)) operations->destroy(_storage);
+  }
+
+ private:
+  struct Operations {
+    void (*callAndDestroy)(void*);
+    void (*destroy)(void*);
+    void (*relocate)(void* from, void* to);
+  };
+
+  template <class F>
+  static constexpr bool fitsInline() {
+    return sizeof(F) <= kInlineSize && alignof(F) <= alignof(std::max_align_t) &&
+           std::is_nothrow_move_constructible_v<F>;
+  }
+
+  template <class F>
+  static constexpr Operations kInline = {
+      [](void* storage) {
+        struct Guard {
+          F* function;
+          ~Guard() { function->~F(); }
+        } guard{static_cast<F*>(storage)};
+        (*guard.function)();
+      },
+      [](void* storage) { static_cast<F*>(storage)->~F(); },
+      [](void* from, void* to) {
+        ::new (to) F(std::move(*static_cast<F*>(from)));
+        static_cast<F*>(from)->~F();
+      }};
+
+  template <class F>
+  static constexpr Operations kHeap = {
+      [](void* storage) {
+        std::unique_ptr<F> function(*static_cast<F**>(storage));
+        (*function)();
+      },
+      [](void* storage) { delete *static_cast<F**>(storage); },
+      [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); }};
+
+  void take(Task& other) noexcept {
+    _operations = std::exchange(other._operations, nullptr);
+    if (_operations) _operations->relocate(other._storage, _storage);
+  }
+
+  alignas(std::max_align_t) unsigned char _storage[kInlineSize];
+  const Operations* _operations = nullptr;
+};
+
+}  // namespace nvxcore
