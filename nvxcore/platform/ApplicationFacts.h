@@ -8,8 +8,8 @@
 
 namespace nvxcore {
 
-/// What the library knows of the application that it is loaded into: its main bundle. Constant while it is in force.
-/// Any thread.
+/// What the library knows of the application that it is loaded into: its main bundle. Constant while it is in
+/// force. Any thread.
 class NVXCORE_EXPORT ApplicationFacts {
  public:
   virtual ~ApplicationFacts() = default;
@@ -30,6 +30,7 @@ struct ApplicationDescription {
 };
 
 /// Facts that answer with `description`.
-NVXCORE_EXPORT std::shared_ptr<ApplicationFacts> applicationFactsWithDescription(ApplicationDescription description);
+NVXCORE_EXPORT std::shared_ptr<ApplicationFacts> applicationFactsWithDescription(
+    ApplicationDescription description);
 
 }  // namespace nvxcore

@@ -13,8 +13,9 @@ namespace nvxcore {
 
 class MutableData;
 
-/// An immutable, shared byte buffer: a handle of 8 bytes that is cheap to copy and to slice. A handle can hold nothing,
-/// which is not the same as holding no bytes. Handles to one buffer may be used on several threads.
+/// An immutable, shared byte buffer: a handle of 8 bytes that is cheap to copy and to slice. A handle can
+/// hold nothing, which is not the same as holding no bytes. Handles to one buffer may be used on several
+/// threads.
 class NVXCORE_EXPORT Data {
  public:
   /// Nothing.
@@ -29,7 +30,8 @@ class NVXCORE_EXPORT Data {
   static Data copy(std::string_view bytes) { return copy(bytes.data(), bytes.size()); }
   /// Takes the buffer over without copying it.
   static Data take(MutableData&& bytes);
-  /// Refers to `bytes`, which stay as they are until `release` is called, on whichever thread drops the last handle.
+  /// Refers to `bytes`, which stay as they are until `release` is called, on whichever thread drops the last
+  /// handle.
   static Data wrap(const void* bytes, size_t length, std::function<void()> release);
 
   /// True when the handle holds a buffer, also an empty one.

@@ -23,7 +23,9 @@ class NVXCORE_EXPORT Error {
   /// 0 without an error.
   int64_t code() const;
   const Dictionary& userInfo() const;
-  bool is(std::string_view domain, int64_t code) const { return this->code() == code && this->domain() == domain; }
+  bool is(std::string_view domain, int64_t code) const {
+    return this->code() == code && this->domain() == domain;
+  }
   /// For people: domain, code and the texts of the user-info.
   std::string description() const;
 

@@ -10,8 +10,9 @@
 
 namespace nvxcore {
 
-/// The main thread of the process as the library needs it: a serial context with delayed work. By default the library
-/// runs one on a thread of its own; a host that has a loop installs an adapter of this interface in its `Platform`.
+/// The main thread of the process as the library needs it: a serial context with delayed work. By default the
+/// library runs one on a thread of its own; a host that has a loop installs an adapter of this interface in
+/// its `Platform`.
 ///
 /// All operations but `turn` may be called on any thread.
 class NVXCORE_EXPORT MainLoop {
@@ -31,8 +32,8 @@ class NVXCORE_EXPORT MainLoop {
 /// A timer on the main loop. Created and invalidated on any thread; fires on the main thread.
 class NVXCORE_EXPORT Timer : public std::enable_shared_from_this<Timer> {
  public:
-  /// Fires `handler` once after `interval` seconds, or every `interval` seconds when `repeats`. `tolerance` seconds
-  /// may pass beyond that, so that timers can share a wake-up.
+  /// Fires `handler` once after `interval` seconds, or every `interval` seconds when `repeats`. `tolerance`
+  /// seconds may pass beyond that, so that timers can share a wake-up.
   static std::shared_ptr<Timer> schedule(TimeInterval interval, TimeInterval tolerance, bool repeats,
                                          std::function<void(const std::shared_ptr<Timer>&)> handler);
   ~Timer();

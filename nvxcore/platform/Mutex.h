@@ -8,8 +8,8 @@
 
 namespace nvxcore {
 
-/// Sees every lock of the library being taken and given up. The test form that runs one thread at a time uses it
-/// as a point to switch threads: before a lock is taken by a thread that holds none.
+/// Sees every lock of the library being taken and given up. The test form that runs one thread at a time uses
+/// it as a point to switch threads: before a lock is taken by a thread that holds none.
 class NVXCORE_EXPORT LockObserver {
  public:
   virtual ~LockObserver() = default;
@@ -19,7 +19,8 @@ class NVXCORE_EXPORT LockObserver {
   static std::atomic<LockObserver*> current;
 };
 
-/// A mutual exclusion lock. Never held while host code runs, while waiting, or while posting to the main loop.
+/// A mutual exclusion lock. Never held while host code runs, while waiting, or while posting to the main
+/// loop.
 template <class Native>
 class NVX_CAPABILITY("mutex") BasicMutex {
  public:

@@ -26,9 +26,10 @@ class NVXCORE_EXPORT NotificationCenter {
   NotificationCenter();
   virtual ~NotificationCenter();
 
-  /// Calls `observer` for each notification with that name, and of that object unless `object` is null, until the
-  /// returned token goes. A call under way on another thread may still end after that.
-  [[nodiscard]] virtual std::shared_ptr<void> addObserver(std::string_view name, const void* object, Observer observer);
+  /// Calls `observer` for each notification with that name, and of that object unless `object` is null, until
+  /// the returned token goes. A call under way on another thread may still end after that.
+  [[nodiscard]] virtual std::shared_ptr<void> addObserver(std::string_view name, const void* object,
+                                                          Observer observer);
   virtual void post(const Notification& notification);
 
   /// The one of the platform in force.

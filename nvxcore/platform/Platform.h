@@ -18,8 +18,8 @@ class MainLoop;
 class NotificationCenter;
 class Threading;
 
-/// The seams to the platform. What a host leaves empty is the real implementation for this system, so that a host with
-/// nothing to say installs nothing.
+/// The seams to the platform. What a host leaves empty is the real implementation for this system, so that a
+/// host with nothing to say installs nothing.
 struct NVXCORE_EXPORT Platform {
   std::shared_ptr<Threading> threading;
   std::shared_ptr<MainLoop> mainLoop;
@@ -30,10 +30,11 @@ struct NVXCORE_EXPORT Platform {
   std::shared_ptr<DeviceFacts> device;
   std::shared_ptr<ConsoleSink> console;
 
-  /// Replaces the seams that are set in `platform`. Only before the first use of the library; false, and nothing
-  /// changed, after it. Any thread.
+  /// Replaces the seams that are set in `platform`. Only before the first use of the library; false, and
+  /// nothing changed, after it. Any thread.
   static bool install(Platform platform);
-  /// The seams in force, none empty. The first call settles them for the process. Any thread; never blocks on host code.
+  /// The seams in force, none empty. The first call settles them for the process. Any thread; never blocks on
+  /// host code.
   static const Platform& current();
 };
 
@@ -46,9 +47,10 @@ struct QueueSnapshot {
 
 /// What the library runs on, at one moment.
 struct RuntimeSnapshot {
-  std::vector<QueueSnapshot> queues;   ///< Those with a task waiting or running.
-  std::vector<std::string> threads;    ///< Names of the threads that the library has started and that have not ended.
-  size_t blockedWorkers = 0;           ///< Threads of the blocking pool that run a task.
+  std::vector<QueueSnapshot> queues;  ///< Those with a task waiting or running.
+  std::vector<std::string>
+      threads;                ///< Names of the threads that the library has started and that have not ended.
+  size_t blockedWorkers = 0;  ///< Threads of the blocking pool that run a task.
   size_t armedTimers = 0;
 };
 

@@ -16,8 +16,9 @@ using QueueRef = std::shared_ptr<Queue>;
 
 /// An executor of tasks, with a label. A host may implement it over a queue of its own.
 ///
-/// All operations may be called on any thread. A serial queue runs one task at a time, in the order of posting; what
-/// one task wrote the next one sees. A queue that is dropped with tasks waiting runs them first.
+/// All operations may be called on any thread. A serial queue runs one task at a time, in the order of
+/// posting; what one task wrote the next one sees. A queue that is dropped with tasks waiting runs them
+/// first.
 class NVXCORE_EXPORT Queue : public std::enable_shared_from_this<Queue> {
  public:
   virtual ~Queue() = default;
@@ -41,8 +42,8 @@ class NVXCORE_EXPORT Queue : public std::enable_shared_from_this<Queue> {
   static QueueRef main();
   /// The process-wide concurrent queue. Tasks on it must not block.
   static QueueRef global();
-  /// The process-wide concurrent queue for work that blocks: each waiting task holds a thread of an elastic pool, so
-  /// that no amount of it keeps other queues from running.
+  /// The process-wide concurrent queue for work that blocks: each waiting task holds a thread of an elastic
+  /// pool, so that no amount of it keeps other queues from running.
   static QueueRef blocking();
   /// The label of the queue whose task runs on this thread, else the empty string.
   static const std::string& currentLabel();

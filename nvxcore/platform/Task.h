@@ -16,8 +16,8 @@ class Task {
 
   Task() = default;
   template <class F>
-    requires(!std::is_same_v<std::decay_t<F>, Task> && std::is_invocable_v<std::decay_t<F>&>)
-  Task(F&& function) {  // NOLINT(google-explicit-constructor): a closure is a task
+  requires(!std::is_same_v<std::decay_t<F>, Task> && std::is_invocable_v<std::decay_t<F>&>)
+      Task(F&& function) {  // NOLINT(google-explicit-constructor): a closure is a task
     using Function = std::decay_t<F>;
     if constexpr (fitsInline<Function>()) {
       ::new (static_cast<void*>(_storage)) Function(std::forward<F>(function));
@@ -62,28 +62,26 @@ class Task {
   }
 
   template <class F>
-  static constexpr Operations kInline = {
-      [](void* storage) {
-        struct Guard {
-          F* function;
-          ~Guard() { function->~F(); }
-        } guard{static_cast<F*>(storage)};
-        (*guard.function)();
-      },
-      [](void* storage) { static_cast<F*>(storage)->~F(); },
-      [](void* from, void* to) {
-        ::new (to) F(std::move(*static_cast<F*>(from)));
-        static_cast<F*>(from)->~F();
-      }};
+  static constexpr Operations kInline = {[](void* storage) {
+                                           struct Guard {
+                                             F* function;
+                                             ~Guard() { function->~F(); }
+                                           } guard{static_cast<F*>(storage)};
+                                           (*guard.function)();
+                                         },
+                                         [](void* storage) { static_cast<F*>(storage)->~F(); },
+                                         [](void* from, void* to) {
+                                           ::new (to) F(std::move(*static_cast<F*>(from)));
+                                           static_cast<F*>(from)->~F();
+                                         }};
 
   template <class F>
-  static constexpr Operations kHeap = {
-      [](void* storage) {
-        std::unique_ptr<F> function(*static_cast<F**>(storage));
-        (*function)();
-      },
-      [](void* storage) { delete *static_cast<F**>(storage); },
-      [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); }};
+  static constexpr Operations kHeap = {[](void* storage) {
+                                         std::unique_ptr<F> function(*static_cast<F**>(storage));
+                                         (*function)();
+                                       },
+                                       [](void* storage) { delete *static_cast<F**>(storage); },
+                                       [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); }};
 
   void take(Task& other) noexcept {
     _operations = std::exchange(other._operations, nullptr);

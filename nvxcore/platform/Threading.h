@@ -30,9 +30,9 @@ class NVXCORE_EXPORT ThreadHandle {
   virtual void join() = 0;
 };
 
-/// The seam for threads, waiting and time. All threads of the library are started here, all waits go through a
-/// `Parker` of it, and all time comes from it, so that a test form can run one thread at a time from a seed, on
-/// virtual time, and replay a schedule exactly.
+/// The seam for threads, waiting and time. All threads of the library are started here, all waits go through
+/// a `Parker` of it, and all time comes from it, so that a test form can run one thread at a time from a
+/// seed, on virtual time, and replay a schedule exactly.
 ///
 /// All operations may be called on any thread.
 class NVXCORE_EXPORT Threading {
@@ -50,10 +50,11 @@ class NVXCORE_EXPORT Threading {
   /// Nanoseconds since the system was started.
   virtual int64_t uptimeNanos() = 0;
 
-  /// True when time moves only where somebody advances it. Code that waits outside a `Parker` (for sockets, say)
-  /// then waits without a time limit and listens for jumps.
+  /// True when time moves only where somebody advances it. Code that waits outside a `Parker` (for sockets,
+  /// say) then waits without a time limit and listens for jumps.
   virtual bool timeIsManual() const { return false; }
-  /// Calls `listener` on the advancing thread after each advance of manual time, until the returned token goes.
+  /// Calls `listener` on the advancing thread after each advance of manual time, until the returned token
+  /// goes.
   virtual std::shared_ptr<void> addJumpListener(std::function<void()> listener);
 };
 

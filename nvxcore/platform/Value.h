@@ -17,14 +17,14 @@
 
 namespace nvxcore {
 
-/// A value in a dictionary: nothing, a bool, a number, a string, bytes, a URL, an error, a dictionary, or any object.
+/// A value in a dictionary: nothing, a bool, a number, a string, bytes, a URL, an error, a dictionary, or any
+/// object.
 class NVXCORE_EXPORT Value {
  public:
   Value() = default;
   Value(bool value) : _value(value) {}  // NOLINT(google-explicit-constructor): so are the next ones
   template <class N>
-    requires(std::is_integral_v<N> && !std::is_same_v<N, bool>)
-  Value(N value) {  // NOLINT
+  requires(std::is_integral_v<N> && !std::is_same_v<N, bool>) Value(N value) {  // NOLINT
     if constexpr (std::is_signed_v<N>) {
       _value = static_cast<int64_t>(value);
     } else {
@@ -48,9 +48,11 @@ class NVXCORE_EXPORT Value {
 
   explicit operator bool() const { return !std::holds_alternative<std::monostate>(_value); }
 
-  /// The truth of a bool or a number, or of a string that begins with Y, y, T, t or a digit from 1 to 9; else false.
+  /// The truth of a bool or a number, or of a string that begins with Y, y, T, t or a digit from 1 to 9; else
+  /// false.
   bool boolValue() const;
-  /// A number as an integer, cut toward zero and at the ends of the range; the leading integer of a string; else 0.
+  /// A number as an integer, cut toward zero and at the ends of the range; the leading integer of a string;
+  /// else 0.
   int64_t integerValue() const;
   double doubleValue() const;
   /// The string, or null when this is none.

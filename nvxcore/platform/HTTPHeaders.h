@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "nvxcore/platform/Export.h"
+
+namespace nvxcore {
+
+/// The header fields of a message, in order. Names compare without case (RFC 9110, 5.1). One thread at a
+/// time.
+class NVXCORE_EXPORT HTTPHeaders {
+ public:
+  using Field = std::pair<std::string, std::string>;
+
+  HTTPHeaders() = default;
+  HTTPHeaders(std::initializer_list<Field> fields) : _fields(fields) {}
+
+  /// The value of the field; those of a repeated one joined with ", " (RFC 9110, 5.3). Nothing when it is
+  /// missing.
+  std::optional<std::string> value(std::string_view name) const;
+  /// As `value`, but by a name that must have the same case.
+  std::optional<std::string> valueForExactName(std::string_view name) const;
+  bool contains(std::string_view name) const;
+  /// Replaces all fields of that name by one; an empty optional removes them.
+  void set(std::string_view name, std::optional<std::string_view> value);
+  void add(std::string_view name, std::string_view value);
+
+  size_t size() const { return _fields.size(); }
+  bool empty() const { return _fields.empty(); }
+  std::vector<Field>::const_iterator begin() const { return _fields.begin(); }
+  std::vector<Field>::const_iterator end() const { return _fields.end(); }
+
+  /// The usual spelling of a field name: "content-type" is "Content-Type", "etag" is "ETag".
+  static std::string canonicalName(std::string_view name);
+  friend bool operator==(const HTTPHeaders& a, const HTTPHeaders& b) { return a._fields == b._fields; }
+
+ private:
+  std::vector<Field> _fields;
+};
+
+}  // namespace nvxcore
