@@ -1,0 +1,165 @@
+#include "nvxcore/platform/Data.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace nvxcore {
+
+/// What a handle points to. The bytes lie behind it, in a buffer that was taken over, in another block, or
+/// elsewhere.
+struct Data::Block {
+  std::atomic<uint32_t> references{1};
+  const uint8_t* bytes = nullptr;
+  size_t length = 0;
+  void (*destroy)(Block*) = nullptr;
+};
+
+namespace {
+
+const uint8_t kNoBytes[1] = {0};
+
+}  // namespace
+
+Data::Data(const Data& other) : _block(other._block) {
+  if (_block) _block->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+Data& Data::operator=(const Data& other) {
+  Data copy(other);
+  std::swap(_block, copy._block);
+  return *this;
+}
+
+Data& Data::operator=(Data&& other) noexcept {
+  std::swap(_block, other._block);
+  return *this;
+}
+
+Data::~Data() {
+  if (_block) drop(_block);
+}
+
+void Data::drop(Block* block) noexcept {
+  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) block->destroy(block);
+}
+
+Data Data::copy(const void* bytes, size_t length) {
+  void* memory = std::malloc(sizeof(Block) + length);
+  if (!memory) throw std::bad_alloc();
+  auto* block = ::new (memory) Block;
+  auto* contents = static_cast<uint8_t*>(memory) + sizeof(Block);
+  if (length) std::memcpy(contents, bytes, length);
+  block->bytes = contents;
+  block->length = length;
+  block->destroy = [](Block* dead) {
+    dead->~Block();
+    std::free(dead);
+  };
+  return Data(block);
+}
+
+Data Data::take(MutableData&& bytes) {
+  auto block = std::make_unique<Block>();
+  block->length = std::exchange(bytes._length, 0);
+  bytes._capacity = 0;
+  block->bytes = std::exchange(bytes._bytes, nullptr);
+  if (!block->bytes) block->bytes = kNoBytes;
+  block->destroy = [](Block* dead) {
+    if (dead->bytes != kNoBytes) std::free(const_cast<uint8_t*>(dead->bytes));
+    delete dead;
+  };
+  return Data(block.release());
+}
+
+Data Data::wrap(const void* bytes, size_t length, std::function<void()> release) {
+  struct Wrapper : Block {
+    std::function<void()> release;
+  };
+  auto block = std::make_unique<Wrapper>();
+  block->bytes = static_cast<const uint8_t*>(bytes);
+  block->length = length;
+  block->release = std::move(release);
+  block->destroy = [](Block* dead) {
+    std::unique_ptr<Wrapper> wrapper(static_cast<Wrapper*>(dead));
+    if (wrapper->release) wrapper->release();
+  };
+  return Data(block.release());
+}
+
+const uint8_t* Data::bytes() const { return _block ? _block->bytes : kNoBytes; }
+
+size_t Data::length() const { return _block ? _block->length : 0; }
+
+Data Data::slice(size_t offset, size_t count) const {
+  if (!_block) return {};
+  offset = std::min(offset, _block->length);
+  count = std::min(count, _block->length - offset);
+  if (count == _block->length) return *this;
+  struct Slice : Block {
+    Data whole;
+  };
+  auto block = std::make_unique<Slice>();
+  block->bytes = _block->bytes + offset;
+  block->length = count;
+  block->whole = *this;
+  block->destroy = [](Block* dead) { delete static_cast<Slice*>(dead); };
+  return Data(block.release());
+}
+
+Data Data::compacted() const { return _block ? copy(bytes(), length()) : Data(); }
+
+bool operator==(const Data& a, const Data& b) {
+  if (a._block == b._block) return true;
+  return a._block && b._block && a.view() == b.view();
+}
+
+MutableData::MutableData(const MutableData& other) { append(other._bytes, other._length); }
+
+MutableData& MutableData::operator=(MutableData other) noexcept {
+  std::swap(_bytes, other._bytes);
+  std::swap(_length, other._length);
+  std::swap(_capacity, other._capacity);
+  return *this;
+}
+
+MutableData::~MutableData() { std::free(_bytes); }
+
+void MutableData::reserve(size_t capacity) {
+  if (capacity <= _capacity) return;
+  void* memory = std::realloc(_bytes, capacity);
+  if (!memory) throw std::bad_alloc();
+  _bytes = static_cast<uint8_t*>(memory);
+  _capacity = capacity;
+}
+
+void MutableData::grow(size_t needed) {
+  if (needed < _length) throw std::bad_alloc();  // The sum has wrapped.
+  const size_t doubled = _capacity > SIZE_MAX / 2 ? SIZE_MAX : _capacity * 2;
+  reserve(std::max({needed, doubled, size_t{64}}));
+}
+
+void MutableData::append(const void* bytes, size_t length) {
+  if (length) std::memcpy(extend(length), bytes, length);
+}
+
+uint8_t* MutableData::extend(size_t length) {
+  if (_capacity - _length < length) grow(_length + length);
+  uint8_t* end = _bytes + _length;
+  _length += length;
+  return end;
+}
+
+void MutableData::setLength(size_t length) {
+  if (length > _length) {
+    extend(length - _length);
+  } else {
+    _length = length;
+  }
+}
+
+}  // namespace nvxcore

@@ -1,0 +1,82 @@
+#include "nvxcore/platform/Value.h"
+
+#include <charconv>
+#include <limits>
+#include <utility>
+
+namespace nvxcore {
+
+namespace {
+
+int64_t clampToInt64(double value) {
+  if (!(value == value)) return 0;
+  if (value >= 9223372036854775807.0) return std::numeric_limits<int64_t>::max();
+  if (value <= -9223372036854775808.0) return std::numeric_limits<int64_t>::min();
+  return static_cast<int64_t>(value);
+}
+
+std::string_view withoutLeadingBlanks(std::string_view text) {
+  const size_t start = text.find_first_not_of(" \t\n\r\f\v");
+  return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+}  // namespace
+
+Value::Value(Dictionary value) : _value(std::make_shared<const Dictionary>(std::move(value))) {}
+
+const Dictionary* Value::dictionary() const {
+  auto* held = std::get_if<std::shared_ptr<const Dictionary>>(&_value);
+  return held ? held->get() : nullptr;
+}
+
+bool Value::boolValue() const {
+  if (auto* value = std::get_if<bool>(&_value)) return *value;
+  if (auto* value = std::get_if<int64_t>(&_value)) return *value != 0;
+  if (auto* value = std::get_if<uint64_t>(&_value)) return *value != 0;
+  if (auto* value = std::get_if<double>(&_value)) return *value != 0;
+  if (auto* value = std::get_if<std::string>(&_value)) {
+    std::string_view text = withoutLeadingBlanks(*value);
+    if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
+    const size_t first = text.find_first_not_of('0');
+    if (first == std::string_view::npos) return false;
+    const char c = text[first];
+    if (c >= '1' && c <= '9') return true;
+    return first == 0 && (c == 'Y' || c == 'y' || c == 'T' || c == 't');
+  }
+  return false;
+}
+
+int64_t Value::integerValue() const {
+  if (auto* value = std::get_if<bool>(&_value)) return *value;
+  if (auto* value = std::get_if<int64_t>(&_value)) return *value;
+  if (auto* value = std::get_if<uint64_t>(&_value)) {
+    return *value > uint64_t{std::numeric_limits<int64_t>::max()} ? std::numeric_limits<int64_t>::max()
+                                                                  : static_cast<int64_t>(*value);
+  }
+  if (auto* value = std::get_if<double>(&_value)) return clampToInt64(*value);
+  if (auto* value = std::get_if<std::string>(&_value)) {
+    std::string_view text = withoutLeadingBlanks(*value);
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    int64_t number = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc::result_out_of_range) {
+      return text.front() == '-' ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    }
+    return number;
+  }
+  return 0;
+}
+
+double Value::doubleValue() const {
+  if (auto* value = std::get_if<double>(&_value)) return *value;
+  if (auto* value = std::get_if<uint64_t>(&_value)) return static_cast<double>(*value);
+  if (auto* value = std::get_if<std::string>(&_value)) {
+    std::string_view text = withoutLeadingBlanks(*value);
+    double number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+  }
+  return static_cast<double>(integerValue());
+}
+
+}  // namespace nvxcore
