@@ -48,10 +48,8 @@ int64_t daysFromCivil(int64_t year, int month, int day) {
   return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
 }
 
-constexpr int64_t kReferenceDateSince1970 = 978307200;
-
 /// RFC 6265, 5.1.1: a lenient reader that takes day, month, year and time from tokens in any order.
-std::optional<ReferenceDate> parseCookieDate(std::string_view text) {
+std::optional<Date> parseCookieDate(std::string_view text) {
   static constexpr std::array<std::string_view, 12> kMonths = {"jan", "feb", "mar", "apr", "may", "jun",
                                                                "jul", "aug", "sep", "oct", "nov", "dec"};
   std::optional<int> hour, minute, second, day, month, year;
@@ -105,7 +103,7 @@ std::optional<ReferenceDate> parseCookieDate(std::string_view text) {
   if (*day < 1 || *day > 31 || *year < 1601 || *hour > 23 || *minute > 59 || *second > 59)
     return std::nullopt;
   const int64_t seconds = daysFromCivil(*year, *month, *day) * 86400 + *hour * 3600 + *minute * 60 + *second;
-  return static_cast<ReferenceDate>(seconds - kReferenceDateSince1970);
+  return Date::withTimeIntervalSince1970(static_cast<double>(seconds));
 }
 
 bool isIPAddress(std::string_view host) {
@@ -127,7 +125,7 @@ std::string defaultPath(const std::string& requestPath) {
   return requestPath.substr(0, slash);
 }
 
-std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const URL& url, ReferenceDate now) {
+std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const URL& url, Date now) {
   const std::string host = lowered(url.host());
   std::string_view pair = field.substr(0, field.find(';'));
   std::string_view attributes = field.substr(pair.size());
@@ -149,7 +147,7 @@ std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const UR
     std::string_view value =
         sign == std::string_view::npos ? std::string_view() : trimmed(attribute.substr(sign + 1));
     if (name == "expires" && !hasMaxAge) {
-      if (std::optional<ReferenceDate> date = parseCookieDate(value)) cookie.expiresDate = date;
+      if (std::optional<Date> date = parseCookieDate(value)) cookie.expiresDate = date;
     } else if (name == "max-age") {
       int64_t seconds = 0;
       auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seconds);
@@ -157,7 +155,7 @@ std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const UR
       if ((error != std::errc() && !tooLarge) || end != value.data() + value.size()) continue;
       hasMaxAge = true;
       if (tooLarge) seconds = value.front() == '-' ? -1 : int64_t{1} << 40;
-      cookie.expiresDate = now + static_cast<double>(seconds > 0 ? seconds : -1);
+      cookie.expiresDate = now.addingTimeInterval(static_cast<double>(seconds > 0 ? seconds : -1));
     } else if (name == "domain" && !value.empty()) {
       if (value.front() == '.') value.remove_prefix(1);
       const std::string domain = lowered(value);
@@ -187,11 +185,11 @@ const std::string& HTTPCookie::domain() const { return _parts->domain; }
 const std::string& HTTPCookie::path() const { return _parts->path; }
 bool HTTPCookie::isSecure() const { return _parts->isSecure; }
 bool HTTPCookie::isHTTPOnly() const { return _parts->isHTTPOnly; }
-std::optional<ReferenceDate> HTTPCookie::expiresDate() const { return _parts->expiresDate; }
+std::optional<Date> HTTPCookie::expiresDate() const { return _parts->expiresDate; }
 const Dictionary& HTTPCookie::properties() const { return _parts->properties; }
 
 std::vector<HTTPCookie> HTTPCookie::cookiesWithResponseHeaders(const HTTPHeaders& headers, const URL& url,
-                                                               ReferenceDate now) {
+                                                               Date now) {
   std::vector<HTTPCookie> cookies;
   for (const auto& [name, value] : headers) {
     if (lowered(name) != "set-cookie") continue;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "nvxcore/platform/Date.h"
 #include "nvxcore/platform/Dictionary.h"
 #include "nvxcore/platform/Export.h"
 #include "nvxcore/platform/HTTPHeaders.h"
@@ -15,9 +16,6 @@
 namespace nvxcore {
 
 class HTTPSessionTask;
-
-/// Seconds since 2001-01-01 00:00:00 UTC.
-using ReferenceDate = double;
 
 /// A cookie (RFC 6265): an immutable, shared handle. Any thread.
 class NVXCORE_EXPORT HTTPCookie {
@@ -30,7 +28,7 @@ class NVXCORE_EXPORT HTTPCookie {
     std::string path;
     bool isSecure = false;
     bool isHTTPOnly = false;
-    std::optional<ReferenceDate> expiresDate;
+    std::optional<Date> expiresDate;
     Dictionary properties;
   };
 
@@ -42,13 +40,13 @@ class NVXCORE_EXPORT HTTPCookie {
   bool isSecure() const;
   bool isHTTPOnly() const;
   /// Nothing for a cookie of the session.
-  std::optional<ReferenceDate> expiresDate() const;
+  std::optional<Date> expiresDate() const;
   const Dictionary& properties() const;
 
   /// The cookies of the "Set-Cookie" fields of a reply from `url` (RFC 6265, 5.2 and 5.3). A field that is no
   /// cookie, or names a domain that the host does not belong to, gives none. `now` settles "Max-Age".
   static std::vector<HTTPCookie> cookiesWithResponseHeaders(const HTTPHeaders& headers, const URL& url,
-                                                            ReferenceDate now);
+                                                            Date now);
   /// The value of the "Cookie" field for `cookies`; empty for none.
   static std::string requestHeaderValue(const std::vector<HTTPCookie>& cookies);
   /// Identity of the handle.
