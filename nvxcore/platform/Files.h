@@ -24,6 +24,9 @@ NVXCORE_EXPORT Data readFile(const URL& file, Error* error);
 NVXCORE_EXPORT Error writeFileAtomically(const URL& file, const Data& data);
 /// Writes into the file as it is, from its start.
 NVXCORE_EXPORT Error writeFile(const URL& file, const Data& data);
+/// Writes behind what the file has. Sets `cannotOpen` when the file can't be opened for that: it is missing,
+/// say.
+NVXCORE_EXPORT Error appendToFile(const URL& file, const Data& data, bool* cannotOpen);
 /// A file, or a folder with all that is in it.
 NVXCORE_EXPORT Error removeFile(const URL& file);
 /// Nothing must be at `to`.

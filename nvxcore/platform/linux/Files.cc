@@ -109,6 +109,14 @@ Error writeFile(const URL& file, const Data& data) {
   return failure ? fileError(failure, Access::Write, file) : Error();
 }
 
+Error appendToFile(const URL& file, const Data& data, bool* cannotOpen) {
+  Descriptor output(::open(file.fileSystemPath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  *cannotOpen = output < 0;
+  if (output < 0) return fileError(errno, Access::Write, file);
+  const int failure = writeAll(output, data);
+  return failure ? fileError(failure, Access::Write, file) : Error();
+}
+
 Error writeFileAtomically(const URL& file, const Data& data) {
   if (!file.isFileURL()) return fileError(EINVAL, Access::Write, file);
   const std::string path = file.fileSystemPath();
