@@ -88,7 +88,12 @@ bool JavaDataOutput::WriteToURL(const URL& url, bool append, Error* error) const
   bool missing = false;
   const Error failure = appendToFile(url, bytes, &missing);
   if (missing) return WriteToURL(url, false, error);
-  if (error) *error = failure;
+  if (error && failure) {
+    *error = Error(kCocoaErrorDomain, kFileWriteUnknownError,
+                   {{kLocalizedDescriptionKey, "NSFileHandleOperationException"},
+                    {kLocalizedFailureReasonErrorKey, failure.userInfo().get(kLocalizedDescriptionKey)},
+                    {kURLErrorKey, url}});
+  }
   return !failure;
 }
 
