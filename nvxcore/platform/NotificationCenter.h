@@ -31,6 +31,8 @@ class NVXCORE_EXPORT NotificationCenter {
   [[nodiscard]] virtual std::shared_ptr<void> addObserver(std::string_view name, const void* object,
                                                           Observer observer);
   virtual void post(const Notification& notification);
+  /// Whether anybody would be told of a notification with that name: nobody need prepare one otherwise.
+  virtual bool hasObserver(std::string_view name) const;
 
   /// The one of the platform in force.
   static NotificationCenter& defaultCenter();

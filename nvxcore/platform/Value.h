@@ -10,6 +10,7 @@
 #include <variant>
 
 #include "nvxcore/platform/Data.h"
+#include "nvxcore/platform/Date.h"
 #include "nvxcore/platform/Dictionary.h"
 #include "nvxcore/platform/Error.h"
 #include "nvxcore/platform/Export.h"
@@ -17,8 +18,8 @@
 
 namespace nvxcore {
 
-/// A value in a dictionary: nothing, a bool, a number, a string, bytes, a URL, an error, a dictionary, or any
-/// object.
+/// A value in a dictionary: nothing, a bool, a number, a string, a date, bytes, a URL, an error, a
+/// dictionary, or any object.
 class NVXCORE_EXPORT Value {
  public:
   Value() = default;
@@ -35,6 +36,7 @@ class NVXCORE_EXPORT Value {
   Value(const char* value) : _value(std::string(value)) {}       // NOLINT
   Value(std::string value) : _value(std::move(value)) {}         // NOLINT
   Value(std::string_view value) : _value(std::string(value)) {}  // NOLINT
+  Value(Date value) : _value(value) {}                           // NOLINT
   Value(Data value) : _value(std::move(value)) {}                // NOLINT
   Value(URL value) : _value(std::move(value)) {}                 // NOLINT
   Value(Error value) : _value(std::move(value)) {}               // NOLINT
@@ -58,6 +60,10 @@ class NVXCORE_EXPORT Value {
   /// The string, or null when this is none.
   const std::string* string() const { return std::get_if<std::string>(&_value); }
   Data data() const { return get<Data>(); }
+  std::optional<Date> date() const {
+    const Date* date = std::get_if<Date>(&_value);
+    return date ? std::optional<Date>(*date) : std::nullopt;
+  }
   URL url() const { return get<URL>(); }
   Error error() const { return get<Error>(); }
   /// The dictionary, or null when this is none.
@@ -78,7 +84,7 @@ class NVXCORE_EXPORT Value {
     return value ? *value : T{};
   }
 
-  std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Data, URL, Error,
+  std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Date, Data, URL, Error,
                std::shared_ptr<const Dictionary>, std::any>
       _value;
 };

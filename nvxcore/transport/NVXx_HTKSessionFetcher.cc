@@ -1,0 +1,385 @@
+#include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
+
+#include <algorithm>
+#include <atomic>
+#include <random>
+#include <utility>
+
+#include "nvxcore/foundation/base/NVXDateProvider.h"
+#include "nvxcore/foundation/base/NVXLog.h"
+#include "nvxcore/platform/ApplicationFacts.h"
+#include "nvxcore/platform/Files.h"
+#include "nvxcore/platform/Platform.h"
+#include "nvxcore/platform/Threading.h"
+#include "nvxcore/platform/URLErrors.h"
+#include "nvxcore/transport/internal/Hosts.h"
+#include "nvxcore/transport/internal/NVXx_HTKSessionFetcherFields.h"
+
+namespace nvxcore {
+
+/// What kind of transfer a request leads to.
+struct NVXx_HTKSessionFetcher::TaskPlan {
+  std::optional<URLRequest> request;
+  Data resumeData;
+  bool toFile = false;
+  bool needsUploadTask = false;
+  URL bodyFile;
+  bool hasBodyStream = false;
+  Data bodyData;
+  bool isGet = true;
+  bool isFileTransfer() const { return resumeData || toFile; }
+};
+
+namespace {
+
+Error beginError(HTKSessionFetcherErrorCode code, const URL& url) {
+  return Error(
+      NVXx_kHTKSessionFetcherErrorDomain, code,
+      {{kURLErrorFailingURLStringErrorKey, url ? url.absoluteString() : std::string("(missing URL)")}});
+}
+
+constexpr TimeInterval kRetryCeilingForGet = 60.0;
+constexpr TimeInterval kRetryCeilingForOthers = 600.0;
+
+}  // namespace
+
+int64_t nextFetchMoment() {
+  static std::atomic<int64_t> last{0};
+  const int64_t now = Platform::current().threading->wallClockNanos();
+  int64_t previous = last.load();
+  int64_t moment;
+  do {
+    moment = std::max(now, previous + 1);
+  } while (!last.compare_exchange_weak(previous, moment));
+  return moment;
+}
+
+TimeInterval randomRetryInterval() {
+  thread_local std::minstd_rand generator{std::random_device{}()};
+  return std::uniform_int_distribution<int>(0, 65534)(generator) / 65535.0 + 1.0;
+}
+
+bool appAllowsInsecureRequests() {
+  // The facts are constant while they are in force, so what they say is found out once.
+  static std::atomic<const ApplicationFacts*> askedFacts{nullptr};
+  static std::atomic<bool> answer{false};
+  const std::shared_ptr<ApplicationFacts> facts = Platform::current().application;
+  if (askedFacts.load() != facts.get()) {
+    const Dictionary info = facts->infoDictionary();
+    const Dictionary* security = info.get("NSAppTransportSecurity").dictionary();
+    answer = security && security->get("NSAllowsArbitraryLoads").boolValue();
+    askedFacts = facts.get();
+  }
+  return answer;
+}
+
+FetcherRef NVXx_HTKSessionFetcher::fetcherWithRequest(const URLRequest& request) {
+  return initWithRequest(request);
+}
+
+FetcherRef NVXx_HTKSessionFetcher::fetcherWithURL(const URL& url) { return initWithRequest(URLRequest(url)); }
+
+FetcherRef NVXx_HTKSessionFetcher::fetcherWithURLString(std::string_view urlString) {
+  return fetcherWithURL(URL::withString(urlString));
+}
+
+FetcherRef NVXx_HTKSessionFetcher::fetcherWithDownloadResumeData(Data resumeData) {
+  FetcherRef fetcher = initWithRequest(std::nullopt);
+  fetcher->setComment("Resuming download");
+  fetcher->setDownloadResumeData(std::move(resumeData));
+  return fetcher;
+}
+
+FetcherRef NVXx_HTKSessionFetcher::initWithRequest(std::optional<URLRequest> request,
+                                                   HTTPSessionConfigurationRef configuration) {
+  return FetcherRef(new NVXx_HTKSessionFetcher(std::move(request), std::move(configuration)));
+}
+
+NVXx_HTKSessionFetcher::NVXx_HTKSessionFetcher(std::optional<URLRequest> request,
+                                               HTTPSessionConfigurationRef configuration)
+    : _fields(std::make_unique<Fields>()) {
+  Lock lock(_fields->lock);
+  if (request) {
+    if (request->body) _fields->_bodyLength = static_cast<int64_t>(request->body.length());
+    _fields->_request = std::make_shared<URLRequest>(std::move(*request));
+  }
+  _fields->_configuration = std::move(configuration);
+  _fields->_callbackQueue = Queue::main();
+  _fields->_delegateQueue = Queue::main();
+  _fields->_minRetryInterval = randomRetryInterval();
+}
+
+NVXx_HTKSessionFetcher::~NVXx_HTKSessionFetcher() = default;
+
+void NVXx_HTKSessionFetcher::beginFetchWithCompletionHandler(FetcherCompletionHandler handler) {
+  {
+    Lock lock(_fields->lock);
+    _fields->_completionHandler.swap(handler);
+  }
+  beginFetchMayDelay(true, true);
+}
+
+void NVXx_HTKSessionFetcher::beginFetchWithDelegate(
+    std::shared_ptr<void> target, std::function<void(const FetcherRef&, Data, Error)> didFinishSelector) {
+  FetcherCompletionHandler handler;
+  if (target && didFinishSelector) {
+    // The handler goes when the fetch is over, so the circle through the fetcher ends by itself.
+    handler = [self = shared_from_this(), target = std::move(target),
+               finished = std::move(didFinishSelector)](Data data, Error error) {
+      finished(self, std::move(data), std::move(error));
+    };
+  }
+  beginFetchWithCompletionHandler(std::move(handler));
+}
+
+void NVXx_HTKSessionFetcher::beginFetchMayDelay(bool mayDelay, bool /*mayAuthorize*/) {
+  const FetcherRef self = shared_from_this();
+  URL url;
+  {
+    Lock lock(_fields->lock);
+    if (_fields->_request) url = _fields->_request->url;
+    if (!_fields->_initialBeginFetchDate) _fields->_initialBeginFetchDate = nextFetchMoment();
+  }
+  if (Error error = checkMayBegin(url)) return failToBeginFetchWithError(error);
+  obtainSession();
+
+  FetcherServiceProtocolRef service;
+  bool mayWait;
+  {
+    Lock lock(_fields->lock);
+    _fields->_downloadedData.clear();
+    _fields->_downloadedLength = 0;
+    service = _fields->_service;
+    mayWait = mayDelay && _fields->_servicePriority != kServicePriorityNeverDelay;
+  }
+  if (mayWait && service && !service->fetcherShouldBeginFetching(self)) return dropSharedSession();
+
+  const TaskPlan plan = planTask();
+  const HTTPSessionTaskRef task = makeTask(plan);
+  if (!task) {
+    return failToBeginFetchWithError(beginError(kHTKSessionFetcherErrorTaskCreationFailed, url));
+  }
+  {
+    Lock lock(_fields->lock);
+    _fields->_sessionTask = task;
+    task->setTaskDescription(_fields->_taskDescription);
+    if (_fields->_taskPriority >= 0) task->setPriority(_fields->_taskPriority);
+  }
+  startTask(task);
+}
+
+Error NVXx_HTKSessionFetcher::checkMayBegin(const URL& url) {
+  URL bodyFile;
+  {
+    Lock lock(_fields->lock);
+    if (_fields->_sessionTask) return beginError(kHTKSessionFetcherErrorInvalidState, url);
+    if (!url && !_fields->_downloadResumeData) return beginError(kHTKSessionFetcherErrorInvalidState, url);
+    _fields->_usingBackgroundSession = _fields->_userRequestedBackgroundSession;
+    bodyFile = _fields->_bodyFileURL;
+  }
+  if (bodyFile) {
+    if (Error error = checkFileIsReachable(bodyFile)) {
+      NVXCLog("Body file is unreachable: %s\n  %s", bodyFile.fileSystemPath().c_str(),
+              error.description().c_str());
+      return error;
+    }
+  }
+  if (url && url.scheme() == "data") {
+    Lock lock(_fields->lock);
+    _fields->_userRequestedBackgroundSession = false;
+    _fields->_usingBackgroundSession = false;
+    return {};
+  }
+  return url && appAllowsInsecureRequests() ? checkScheme(url) : Error();
+}
+
+Error NVXx_HTKSessionFetcher::checkScheme(const URL& url) {
+  const std::string& scheme = url.scheme();
+  if (equalsIgnoringCase(scheme, "https")) return {};
+  bool allowed = false;
+  {
+    Lock lock(_fields->lock);
+    const auto& schemes = _fields->_allowedInsecureSchemes;
+    allowed = !scheme.empty() &&
+              std::any_of(schemes.begin(), schemes.end(),
+                          [&](const std::string& insecure) { return equalsIgnoringCase(insecure, scheme); });
+    const bool local = (url.host().empty() && url.isFileURL()) || IsLocalhost(url.host());
+    if (!allowed && local) allowed = _fields->_allowLocalhostRequest;
+  }
+  if (allowed) return {};
+  NVXCLog("Insecure fetch disallowed for %s", url.absoluteString().c_str());
+  return beginError(kHTKSessionFetcherErrorInsecureRequest, url);
+}
+
+void NVXx_HTKSessionFetcher::obtainSession() {
+  FetcherServiceProtocolRef service;
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_cookieStorage) _fields->_cookieStorage = staticCookieStorage();
+    _fields->_canShareSession = !_fields->_usingBackgroundSession;
+    if (_fields->_session) return;
+    if (_fields->_canShareSession) service = _fields->_service;
+  }
+  if (service) {
+    // From an empty answer on everybody else waits for the session that is made here.
+    HTTPSessionRef shared = service->sessionForFetcherCreation(shared_from_this());
+    if (shared) {
+      Lock lock(_fields->lock);
+      _fields->_session = std::move(shared);
+      return;
+    }
+  }
+  struct Report {
+    FetcherServiceProtocolRef service;
+    FetcherRef fetcher;
+    ~Report() {
+      if (service) service->fetcherDidCreateSession(fetcher);
+    }
+  } report{nullptr, shared_from_this()};
+  {
+    Lock lock(_fields->lock);
+    report.service = _fields->_service;
+  }
+  makeSession();
+}
+
+void NVXx_HTKSessionFetcher::makeSession() {
+  const FetcherRef self = shared_from_this();
+  HTTPSessionConfigurationRef configuration;
+  FetcherConfigurationBlock configure;
+  FetcherServiceProtocolRef service;
+  QueueRef delegateQueue;
+  bool canShare;
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_configuration) {
+      _fields->_configuration = HTTPSessionConfiguration::ephemeral();
+      _fields->_configuration->tlsMinimumSupportedProtocol = kTLSProtocol12;
+      if (_fields->_usingBackgroundSession) _fields->_canShareSession = false;
+    }
+    configuration = _fields->_configuration;
+    configuration->httpCookieStorage = _fields->_cookieStorage;
+    configure = _fields->_configurationBlock;
+    service = _fields->_service;
+    delegateQueue = _fields->_delegateQueue;
+    canShare = _fields->_canShareSession;
+  }
+  if (configure) configure(self, *configuration);
+  std::shared_ptr<HTTPSessionDelegate> delegate = service && canShare ? service->sessionDelegate() : nullptr;
+  const bool isDelegate = !delegate;
+  if (isDelegate) delegate = self;
+  HTTPSessionRef session = Platform::current().httpSessionService->sessionWithConfiguration(
+      *configuration, std::move(delegate), std::move(delegateQueue));
+  Lock lock(_fields->lock);
+  _fields->_session = std::move(session);
+  if (isDelegate && _fields->_session) _fields->_shouldInvalidateSession = true;
+}
+
+void NVXx_HTKSessionFetcher::dropSharedSession() {
+  Lock lock(_fields->lock);
+  if (_fields->_canShareSession) _fields->_session.reset();
+}
+
+NVXx_HTKSessionFetcher::TaskPlan NVXx_HTKSessionFetcher::planTask() {
+  Lock lock(_fields->lock);
+  TaskPlan plan;
+  URLRequest* request = _fields->_request.get();
+  plan.needsUploadTask = _fields->_useUploadTask || _fields->_bodyFileURL || _fields->_bodyStreamProvider;
+  plan.bodyFile = _fields->_bodyFileURL;
+  plan.hasBodyStream = static_cast<bool>(_fields->_bodyStreamProvider);
+  plan.bodyData = _fields->_bodyData;
+  plan.resumeData = _fields->_downloadResumeData;
+  if (request) {
+    const std::optional<std::string> override = request->headers.value("X-HTTP-Method-Override");
+    const std::string method = override ? *override : request->method;
+    plan.isGet = method.empty() || method == "GET";
+    if (plan.bodyData || plan.hasBodyStream || request->bodyStream) {
+      if (plan.isGet) request->method = "POST";
+      plan.isGet = false;
+      if (!plan.needsUploadTask && plan.bodyData) request->body = plan.bodyData;
+    }
+    plan.toFile = request->url.scheme() != "data" && _fields->_destinationFileURL;
+    plan.request = *request;
+    if (_fields->_isRetryEnabled && _fields->_maxRetryInterval <= 0) {
+      const bool isRead = plan.isGet || method == "HEAD";
+      _fields->_maxRetryInterval = isRead ? kRetryCeilingForGet : kRetryCeilingForOthers;
+    }
+  }
+  return plan;
+}
+
+HTTPSessionTaskRef NVXx_HTKSessionFetcher::makeTask(const TaskPlan& plan) {
+  HTTPSessionRef session;
+  {
+    Lock lock(_fields->lock);
+    session = _fields->_session;
+  }
+  const char* operation;
+  std::string detail;
+  HTTPSessionTaskRef task;
+  if (plan.resumeData) {
+    if (session) task = session->downloadTaskWithResumeData(plan.resumeData);
+    if (!task) {
+      NVXCLog("Failed downloadTaskWithResumeData for %p, resume data %zu bytes",
+              static_cast<void*>(session.get()), plan.resumeData.length());
+    }
+    return task;
+  }
+  const URLRequest& request = *plan.request;
+  if (plan.toFile) {
+    operation = "downloadTaskWithRequest";
+    if (session) task = session->downloadTaskWithRequest(request);
+  } else if (!plan.needsUploadTask) {
+    operation = "dataTaskWithRequest";
+    if (session) task = session->dataTaskWithRequest(request);
+  } else if (plan.bodyFile) {
+    operation = "uploadTaskWithRequest";
+    if (session) task = session->uploadTaskWithRequestFromFile(request, plan.bodyFile);
+    if (!task) detail = formattedString(", file %s", plan.bodyFile.fileSystemPath().c_str());
+  } else if (plan.hasBodyStream) {
+    operation = "uploadTaskWithStreamedRequest";
+    if (session) task = session->uploadTaskWithStreamedRequest(request);
+  } else {
+    operation = "uploadTaskWithRequest";
+    if (!plan.bodyData) NVXCLog("Upload task needs body data, %s", request.url.absoluteString().c_str());
+    if (session) task = session->uploadTaskWithRequestFromData(request, plan.bodyData);
+    if (!task) detail = formattedString(", body data %zu bytes", plan.bodyData.length());
+  }
+  if (!task) {
+    NVXCLog("Failed %s for %p, %s%s", operation, static_cast<void*>(session.get()),
+            request.url.absoluteString().c_str(), detail.c_str());
+  }
+  return task;
+}
+
+void NVXx_HTKSessionFetcher::startTask(const HTTPSessionTaskRef& task) {
+  FetcherTestBlock globalTestBlock;
+  {
+    Lock lock(Fields::shared().lock);
+    globalTestBlock = Fields::shared().globalTestBlock;
+  }
+  bool isSimulated;
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_testBlock) _fields->_testBlock = std::move(globalTestBlock);
+    isSimulated = _fields->_isUsingTestBlock = static_cast<bool>(_fields->_testBlock);
+  }
+  beginBackgroundTask();
+  sendStopNotificationIfNeeded();
+  FetcherServiceProtocolRef service;
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_initialRequestDate) _fields->_initialRequestDate = NVXSystemDateProvider().currentDate();
+    _fields->_isStopNotificationNeeded = true;
+    service = _fields->_service;
+  }
+  postNotificationOnMainThread(NVXx_kHTKSessionFetcherStartedNotification, {}, false);
+  if (service) service->fetcherDidBeginFetching(shared_from_this());
+  if (isSimulated) {
+    simulateFetchForTestBlock();
+  } else {
+    task->resume();
+  }
+}
+
+}  // namespace nvxcore
