@@ -299,8 +299,8 @@ bool NVXx_HTKSessionFetcher::waitForCompletionWithTimeout(TimeInterval timeout) 
     bool onMainQueue;
     {
       Lock lock(_fields->lock);
-      const HTTPSessionTaskRef& task = _fields->_sessionTask;
-      over = (!task || task->state() == TaskState::Completed) && !_fields->_completionHandler;
+      over = !_fields->_completionHandler &&
+             (!_fields->_sessionTask || _fields->_sessionTask->state() == TaskState::Completed);
       onMainQueue = !_fields->_callbackQueue || _fields->_callbackQueue == main;
     }
     const bool turns = main->isCurrent() && onMainQueue;

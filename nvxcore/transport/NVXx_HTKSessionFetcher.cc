@@ -199,10 +199,9 @@ Error NVXx_HTKSessionFetcher::checkScheme(const URL& url) {
   bool allowed = false;
   {
     Lock lock(_fields->lock);
-    const auto& schemes = _fields->_allowedInsecureSchemes;
-    allowed = !scheme.empty() &&
-              std::any_of(schemes.begin(), schemes.end(),
-                          [&](const std::string& insecure) { return equalsIgnoringCase(insecure, scheme); });
+    for (const std::string& insecure : _fields->_allowedInsecureSchemes) {
+      allowed = allowed || (!scheme.empty() && equalsIgnoringCase(insecure, scheme));
+    }
     const bool local = (url.host().empty() && url.isFileURL()) || IsLocalhost(url.host());
     if (!allowed && local) allowed = _fields->_allowLocalhostRequest;
   }
