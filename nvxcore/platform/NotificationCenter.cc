@@ -1,5 +1,6 @@
 #include "nvxcore/platform/NotificationCenter.h"
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
 #include <vector>
@@ -67,6 +68,12 @@ std::shared_ptr<void> NotificationCenter::addObserver(std::string_view name, con
     before = std::exchange(_state->registrations, std::move(more));
   }
   return token;
+}
+
+bool NotificationCenter::hasObserver(std::string_view name) const {
+  Lock lock(_state->mutex);
+  return std::any_of(_state->registrations->begin(), _state->registrations->end(),
+                     [&](const auto& registration) { return registration->name == name; });
 }
 
 void NotificationCenter::post(const Notification& notification) {
