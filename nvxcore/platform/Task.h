@@ -65,14 +65,14 @@ class Task {
   static constexpr Operations kInline = {[](void* storage) {
                                            struct Guard {
                                              F* function;
-                                             ~Guard() { function->~F(); }
+                                             ~Guard() { std::destroy_at(function); }
                                            } guard{static_cast<F*>(storage)};
                                            (*guard.function)();
                                          },
-                                         [](void* storage) { static_cast<F*>(storage)->~F(); },
+                                         [](void* storage) { std::destroy_at(static_cast<F*>(storage)); },
                                          [](void* from, void* to) {
                                            ::new (to) F(std::move(*static_cast<F*>(from)));
-                                           static_cast<F*>(from)->~F();
+                                           std::destroy_at(static_cast<F*>(from));
                                          }};
 
   template <class F>

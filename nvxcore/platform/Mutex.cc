@@ -1,0 +1,7 @@
+#include "nvxcore/platform/Mutex.h"
+
+namespace nvxcore {
+
+std::atomic<LockObserver*> LockObserver::current{nullptr};
+
+}  // namespace nvxcore

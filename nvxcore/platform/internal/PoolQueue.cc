@@ -1,0 +1,36 @@
+#include "nvxcore/platform/internal/PoolQueue.h"
+
+#include <utility>
+
+#include "nvxcore/platform/internal/Executors.h"
+
+namespace nvxcore {
+
+namespace {
+thread_local const PoolQueue* currentQueue = nullptr;
+}  // namespace
+
+PoolQueue::PoolQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label)
+    : _executors(std::move(executors)), _pool(pool), _label(label) {}
+
+void PoolQueue::postAfter(TimeInterval delay, Task task) {
+  _executors->timers.add(shared_from_this(), delay, std::move(task));
+}
+
+bool PoolQueue::isCurrent() const { return currentQueue == this; }
+
+const PoolQueue* PoolQueue::current() { return currentQueue; }
+
+// No guard resets the current queue: an exception that leaves a task ends the process where it was thrown.
+bool PoolQueue::runOnWorker() {
+  currentQueue = this;
+  const bool more = run();
+  currentQueue = nullptr;
+  return more;
+}
+
+void PoolQueue::submit() { _pool.submit(std::static_pointer_cast<PoolQueue>(shared_from_this())); }
+
+bool PoolQueue::othersWait() const { return _pool.hasLine(); }
+
+}  // namespace nvxcore

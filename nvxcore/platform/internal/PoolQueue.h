@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "nvxcore/platform/Platform.h"
+#include "nvxcore/platform/Queue.h"
+
+namespace nvxcore {
+
+class Executors;
+class WorkerPool;
+
+/// A queue whose tasks run on a pool of workers.
+class PoolQueue : public Queue {
+ public:
+  PoolQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label);
+
+  void postAfter(TimeInterval delay, Task task) override;
+  const std::string& label() const override { return _label; }
+  bool isCurrent() const override;
+
+  /// Runs tasks on the calling worker until none is left, or until others wait for a worker and this one had
+  /// its share. True when it has to be run again.
+  bool runOnWorker();
+  virtual QueueSnapshot snapshot() = 0;
+
+  /// The queue whose task runs on this thread, else null.
+  static const PoolQueue* current();
+
+ protected:
+  /// Tasks that a queue may run on end while others wait.
+  static constexpr size_t kShare = 16;
+
+  virtual bool run() = 0;
+  /// Asks the pool to run this queue once more.
+  void submit();
+  bool othersWait() const;
+
+  const std::shared_ptr<Executors> _executors;
+
+ private:
+  friend class WorkerPool;
+
+  WorkerPool& _pool;
+  const std::string _label;
+  // The pool's line of waiting queues, under the pool's lock.
+  std::shared_ptr<PoolQueue> _next;
+  size_t _turns = 0;
+};
+
+}  // namespace nvxcore

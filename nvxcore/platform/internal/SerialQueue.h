@@ -1,0 +1,34 @@
+#pragma once
+
+#include <atomic>
+
+#include "nvxcore/platform/Mutex.h"
+#include "nvxcore/platform/internal/PoolQueue.h"
+#include "nvxcore/platform/internal/TaskList.h"
+
+namespace nvxcore {
+
+/// Runs one task at a time. The worker takes over all that waits at once, and runs it without the lock.
+class SerialQueue final : public PoolQueue {
+ public:
+  SerialQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label);
+
+  using Queue::post;
+  void post(Task task) override NVX_EXCLUDES(_mutex);
+  QueueSnapshot snapshot() override NVX_EXCLUDES(_mutex);
+
+ protected:
+  bool run() override NVX_EXCLUDES(_mutex);
+
+ private:
+  Mutex _mutex;
+  TaskList _waiting NVX_GUARDED_BY(_mutex);
+  // True from the post that finds the queue idle until its worker finds nothing more to run: one worker at
+  // most.
+  bool _scheduled NVX_GUARDED_BY(_mutex) = false;
+  // The worker's alone, but for its size.
+  TaskList _batch;
+  std::atomic<size_t> _batchSize{0};
+};
+
+}  // namespace nvxcore
