@@ -29,6 +29,7 @@ ReplyPlan& ReplyPlan::withHeader(std::string_view name, std::string_view value) 
 }
 
 ReplyPlan& ReplyPlan::withoutHeader(std::string_view name) {
+  headers.remove(name);
   absent.emplace_back(name);
   return *this;
 }

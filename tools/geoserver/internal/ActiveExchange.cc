@@ -41,6 +41,10 @@ void ActiveExchange::begin() {
     _early = true;
     _intake = _plan->intake;
     play(*std::exchange(_plan, std::nullopt));
+  } else if (_core.options().answersExpect && _exchange->version != "HTTP/1.0" &&
+             _exchange->headers.hasToken("Expect", "100-continue")) {
+    _sink.sendInterim(100, {});
+    _sink.flush();
   }
 }
 

@@ -40,12 +40,12 @@ void EventLoop::run() {
   while (!_quitting) {
     const int count = epoll_wait(_epoll, events, kEventsAtOnce, untilNextDeadline());
     if (count < 0 && errno != EINTR) fail("epoll_wait");
+    // Posted tasks go first: who posts one and then sends bytes finds that they come in this order.
     for (int i = 0; i < count; ++i) {
-      if (auto* watcher = static_cast<Watcher*>(events[i].data.ptr)) {
-        watcher->onEvents(events[i].events);
-      } else {
-        runPosted();
-      }
+      if (!events[i].data.ptr) runPosted();
+    }
+    for (int i = 0; i < count; ++i) {
+      if (auto* watcher = static_cast<Watcher*>(events[i].data.ptr)) watcher->onEvents(events[i].events);
     }
     fireTimers();
     runAfterEvents();

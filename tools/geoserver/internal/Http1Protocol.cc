@@ -118,7 +118,6 @@ void Http1Protocol::beginExchange() {
   _replyOver = false;
   _keepAlive = head.version == "HTTP/1.1" ? !head.headers.hasToken("Connection", "close")
                                           : head.headers.hasToken("Connection", "keep-alive");
-  const bool wantsContinue = _parser.hasBody() && head.headers.hasToken("Expect", "100-continue");
 
   Exchange exchange;
   exchange.connection = _connection.number();
@@ -131,10 +130,6 @@ void Http1Protocol::beginExchange() {
   _active.emplace(_core, static_cast<ReplySink&>(*this), std::move(exchange));
   _active->reserveBody(_parser.contentLength());
   _active->begin();
-  if (wantsContinue && !_active->replying() && _core.options().answersExpect) {
-    sendInterim(100, {});
-    flush();
-  }
 }
 
 void Http1Protocol::endExchange() {

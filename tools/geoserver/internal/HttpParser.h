@@ -41,9 +41,6 @@ class HttpParser {
   std::string_view bodyPiece() const { return _bodyPiece; }
   // The announced length; 0 when the body is chunked or there is none.
   uint64_t contentLength() const { return _contentLength; }
-  bool hasBody() const { return _chunked || _contentLength > 0; }
-  // Whether any byte of a message has been taken since the last reset.
-  bool begun() const { return _state != State::requestLine || (!_line.empty() && !_lineTaken); }
 
   int errorStatus() const { return _errorStatus; }
   const std::string& errorText() const { return _errorText; }

@@ -26,8 +26,8 @@ ReplyPlayer::~ReplyPlayer() {
 
 void ReplyPlayer::resume() {
   // Returning is the last thing done wherever the reply is over: this object may be gone by then.
-  for (;;) {
-    if (_nextStep == _steps.size()) break;
+  if (_over) return;
+  while (_nextStep < _steps.size()) {
     if (play(_steps[_nextStep++]) != Outcome::goOn) return;
     if (!_sink.flush()) return;
   }
@@ -104,8 +104,9 @@ ReplyPlayer::Outcome ReplyPlayer::play(const ReplyStep& step) {
 }
 
 ReplyPlayer::Outcome ReplyPlayer::finish(Ending ending, const std::function<void()>& tellSink) {
+  _over = true;
   noteProgress();
-  std::exchange(_onEnd, nullptr)(ending);
+  _onEnd(ending);
   tellSink();
   return Outcome::over;
 }

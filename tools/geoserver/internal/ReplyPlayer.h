@@ -54,6 +54,7 @@ class ReplyPlayer {
   bool _headSent = false;
   bool _rawSent = false;  // raw bytes stand for the reply
   bool _bodyEnded = false;
+  bool _over = false;
   EventLoop::TimerId _timer = 0;
   Gates::Ticket _ticket = 0;
 };

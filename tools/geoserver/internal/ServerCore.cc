@@ -17,6 +17,7 @@
 #include "tools/geoserver/BuiltInHandlers.h"
 #include "tools/geoserver/internal/Connection.h"
 #include "tools/geoserver/internal/Http1Protocol.h"
+#include "tools/geoserver/internal/Http2Protocol.h"
 #include "tools/geoserver/internal/SocketStream.h"
 #include "tools/geoserver/internal/TlsContext.h"
 #include "tools/geoserver/internal/TlsStream.h"
@@ -183,7 +184,8 @@ void ServerCore::accept(int socket) {
   if (acceptance == Acceptance::reset) connection.reset();
 }
 
-std::unique_ptr<Protocol> ServerCore::makeProtocol(Connection& connection, const std::string&) {
+std::unique_ptr<Protocol> ServerCore::makeProtocol(Connection& connection, const std::string& name) {
+  if (name == "h2") return std::make_unique<Http2Protocol>(connection);
   return std::make_unique<Http1Protocol>(connection);
 }
 
