@@ -22,9 +22,14 @@ class NVXCORE_EXPORT InputStream {
   /// `streamError` names.
   virtual int64_t read(uint8_t* buffer, size_t maxLength) = 0;
   virtual Error streamError() const { return {}; }
+  /// True when `read` answers without waiting: bytes, a failure or the end. A sender that got fewer bytes than
+  /// it asked for reads on while this holds; a stream that would have to wait says false and is sent as it
+  /// comes.
   virtual bool hasBytesAvailable() const = 0;
 
+  /// The bytes of `data`.
   static std::shared_ptr<InputStream> streamWithData(Data data);
+  /// The bytes of a file, which is opened by `open`. Errors are of kCocoaErrorDomain.
   static std::shared_ptr<InputStream> streamWithURL(const URL& fileURL);
 };
 

@@ -16,8 +16,10 @@ class NVXCORE_EXPORT URLResponse {
   URLResponse() = default;
   /// A response that HTTP did not bring: of a file or data URL.
   static URLResponse withURL(URL url, std::string mimeType, int64_t expectedContentLength);
-  /// `httpVersion` is "HTTP/1.1", for one. Type and length are taken from the headers.
-  static URLResponse http(URL url, int statusCode, std::string httpVersion, HTTPHeaders headers);
+  /// `httpVersion` is "HTTP/1.1", for one. Type and length are taken from the headers; the length of a coded
+  /// body is unknown when it is delivered decoded.
+  static URLResponse http(URL url, int statusCode, std::string httpVersion, HTTPHeaders headers,
+                          bool bodyIsDecoded = true);
 
   explicit operator bool() const { return _contents != nullptr; }
   const URL& url() const;

@@ -1,0 +1,16 @@
+#include "nvxcore/platform/linux/CurlLibrary.h"
+
+#include <curl/curl.h>
+#include <openssl/crypto.h>
+
+namespace nvxcore {
+
+void useCurlLibrary() {
+  static const bool ready = [] {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  }();
+  static_cast<void>(ready);
+}
+
+}  // namespace nvxcore

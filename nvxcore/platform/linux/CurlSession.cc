@@ -1,0 +1,121 @@
+#include "nvxcore/platform/linux/CurlSession.h"
+
+#include <utility>
+
+#include "nvxcore/platform/linux/CurlConnectionPool.h"
+
+namespace nvxcore {
+
+CurlSession::CurlSession(std::shared_ptr<CurlConnectionPool> pool, std::shared_ptr<HTTPSessionDelegate> delegate,
+                         QueueRef delegateQueue)
+    : _pool(std::move(pool)), _delegateQueue(std::move(delegateQueue)), _delegate(std::move(delegate)) {}
+
+CurlSession::~CurlSession() { _pool->close(); }
+
+const HTTPSessionConfiguration& CurlSession::configuration() const { return _pool->configuration(); }
+
+std::shared_ptr<HTTPSessionDelegate> CurlSession::delegate() const {
+  Lock lock(_lock);
+  return _delegate;
+}
+
+std::shared_ptr<HTTPTask> CurlSession::makeTask(TaskKind kind, const URLRequest& request,
+                                                HTTPTask::BodySource bodySource, const URL& bodyFile) {
+  uint64_t identifier;
+  {
+    Lock lock(_lock);
+    if (_isInvalidated) return nullptr;
+    identifier = ++_lastIdentifier;
+  }
+  auto task = std::make_shared<HTTPTask>(self(), kind, identifier, request, bodySource, bodyFile);
+  Lock lock(_lock);
+  _tasks[identifier].task = task;
+  return task;
+}
+
+HTTPSessionTaskRef CurlSession::dataTaskWithRequest(const URLRequest& request) {
+  return makeTask(TaskKind::Data, request, HTTPTask::BodySource::Request);
+}
+
+HTTPSessionTaskRef CurlSession::uploadTaskWithRequestFromFile(const URLRequest& request, const URL& fileURL) {
+  return makeTask(TaskKind::Upload, request, HTTPTask::BodySource::File, fileURL);
+}
+
+HTTPSessionTaskRef CurlSession::uploadTaskWithRequestFromData(const URLRequest& request, const Data& body) {
+  URLRequest withBody = request;
+  withBody.body = body;
+  withBody.bodyStream = nullptr;
+  return makeTask(TaskKind::Upload, withBody, HTTPTask::BodySource::Request);
+}
+
+HTTPSessionTaskRef CurlSession::uploadTaskWithStreamedRequest(const URLRequest& request) {
+  return makeTask(TaskKind::Upload, request, HTTPTask::BodySource::AskedStream);
+}
+
+HTTPSessionTaskRef CurlSession::downloadTaskWithRequest(const URLRequest& request) {
+  return makeTask(TaskKind::Download, request, HTTPTask::BodySource::Request);
+}
+
+HTTPSessionTaskRef CurlSession::downloadTaskWithResumeData(const Data&) { return nullptr; }
+
+void CurlSession::taskWillRun(std::shared_ptr<HTTPTask> task) {
+  const uint64_t identifier = task->taskIdentifier();
+  Lock lock(_lock);
+  _tasks[identifier].running = std::move(task);
+}
+
+void CurlSession::taskHasEnded(uint64_t identifier) {
+  Member gone;
+  bool ends;
+  {
+    Lock lock(_lock);
+    if (auto node = _tasks.extract(identifier)) gone = std::move(node.mapped());
+    ends = takeEnd();
+  }
+  if (ends) becomeInvalid();
+}
+
+void CurlSession::getTasksWithCompletionHandler(std::function<void(Tasks)> completionHandler) {
+  if (!completionHandler) return;
+  Tasks tasks;
+  {
+    Lock lock(_lock);
+    for (const auto& [identifier, member] : _tasks) {
+      std::shared_ptr<HTTPTask> task = member.task.lock();
+      if (!task) continue;
+      auto& list = task->kind() == TaskKind::Data     ? tasks.data
+                   : task->kind() == TaskKind::Upload ? tasks.upload
+                                                      : tasks.download;
+      list.push_back(std::move(task));
+    }
+  }
+  _delegateQueue->post(
+      [handler = std::move(completionHandler), tasks = std::move(tasks)]() mutable { handler(std::move(tasks)); });
+}
+
+void CurlSession::finishTasksAndInvalidate() {
+  bool ends;
+  {
+    Lock lock(_lock);
+    _isInvalidated = true;
+    ends = takeEnd();
+  }
+  if (ends) becomeInvalid();
+}
+
+bool CurlSession::takeEnd() {
+  std::erase_if(_tasks, [](const auto& item) { return item.second.task.expired(); });
+  return _isInvalidated && _tasks.empty() && !std::exchange(_hasEnded, true);
+}
+
+void CurlSession::becomeInvalid() {
+  _pool->close();
+  _delegateQueue->post([self = self()] {
+    if (const auto delegate = self->delegate()) delegate->sessionDidBecomeInvalidWithError(self, {});
+    std::shared_ptr<HTTPSessionDelegate> dropped;
+    Lock lock(self->_lock);
+    dropped.swap(self->_delegate);
+  });
+}
+
+}  // namespace nvxcore

@@ -1,0 +1,105 @@
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "nvxcore/platform/linux/CurlConnectionPool.h"
+#include "nvxcore/platform/linux/CurlTransfer.h"
+#include "nvxcore/platform/linux/HTTPTask.h"
+#include "nvxcore/platform/linux/TransferErrors.h"
+
+namespace nvxcore {
+
+namespace {
+
+constexpr size_t kLongestHead = 512 << 10;
+
+std::string_view trimmed(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool hasCapital(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+}
+
+}  // namespace
+
+/// Takes a line of a head: the status line, a field, or the empty line at its end. Interim heads are dropped,
+/// and so are the fields behind a body.
+size_t CurlTransfer::headerLine(std::string_view line) {
+  if (_hasHead) return line.size();
+  _headLength += line.size();
+  if (_headLength > kLongestHead) {
+    _failure = transferError(kURLErrorDataLengthExceedsMaximum, _request.url);
+    return 0;
+  }
+  madeProgress();
+  if (line.starts_with("HTTP/")) {
+    const size_t space = line.find(' ');
+    _headers = {};
+    _version = trimmed(line.substr(0, space));
+    _status = 0;
+    if (space != std::string_view::npos) {
+      const std::string_view rest = trimmed(line.substr(space));
+      std::from_chars(rest.data(), rest.data() + rest.size(), _status);
+    }
+    return line.size();
+  }
+  const std::string_view text = trimmed(line);
+  if (text.empty()) {
+    if (_status >= 200) headComplete();
+    return line.size();
+  }
+  const size_t colon = text.find(':');
+  if (colon == std::string_view::npos) return line.size();
+  const std::string_view name = trimmed(text.substr(0, colon));
+  const std::string_view value = trimmed(text.substr(colon + 1));
+  // HTTP/2 has no capitals on the wire. A server's own spelling stays as it is.
+  if (hasCapital(name)) {
+    _headers.add(name, value);
+  } else {
+    _headers.add(HTTPHeaders::canonicalName(name), value);
+  }
+  return line.size();
+}
+
+void CurlTransfer::headComplete() {
+  _hasHead = true;
+  _task->receivedHead(*this, URLResponse::http(_request.url, _status, std::move(_version), std::move(_headers),
+                                        _request.decodesReply));
+  noteChange();
+}
+
+size_t CurlTransfer::body(const char* bytes, size_t length) {
+  madeProgress();
+  if (_received + static_cast<int64_t>(length) > _task->maximumReplyLength()) {
+    _failure = transferError(kURLErrorDataLengthExceedsMaximum, _request.url);
+    return 0;
+  }
+  if (!_task->receivedBody(*this, bytes, length)) {
+    _receivePaused = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  _received += static_cast<int64_t>(length);
+  noteChange();
+  return length;
+}
+
+size_t CurlTransfer::onHeader(char* bytes, size_t, size_t length, void* self) noexcept {
+  try {
+    return static_cast<CurlTransfer*>(self)->headerLine({bytes, length});
+  } catch (...) {
+    return 0;
+  }
+}
+
+size_t CurlTransfer::onBody(char* bytes, size_t, size_t length, void* self) noexcept {
+  try {
+    return static_cast<CurlTransfer*>(self)->body(bytes, length);
+  } catch (...) {
+    return 0;
+  }
+}
+
+}  // namespace nvxcore

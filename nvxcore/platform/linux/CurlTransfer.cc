@@ -1,0 +1,170 @@
+#include "nvxcore/platform/linux/CurlTransfer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "nvxcore/platform/linux/CurlConnectionPool.h"
+#include "nvxcore/platform/linux/HTTPTask.h"
+#include "nvxcore/platform/linux/TransferErrors.h"
+
+namespace nvxcore {
+
+CurlTransfer::CurlTransfer(std::shared_ptr<CurlConnectionPool> pool, std::shared_ptr<HTTPTask> task,
+                           PreparedRequest request)
+    : _pool(std::move(pool)), _task(std::move(task)), _request(std::move(request)) {}
+
+void CurlTransfer::start() {
+  _pool->postTransfer([self = shared_from_this()] { self->begin(); });
+}
+
+void CurlTransfer::proceed() {
+  hostAnswered();
+  _pool->thread().post([self = shared_from_this()] {
+    if (self->_stage != Stage::Running || !self->_receivePaused) return;
+    self->_receivePaused = false;
+    self->madeProgress();
+    self->setPause();
+    self->noteChange();
+  });
+}
+
+void CurlTransfer::hostAnswered() {
+  _lastProgress.store(_pool->thread().clockNanos(), std::memory_order_relaxed);
+}
+
+void CurlTransfer::stop() {
+  _pool->thread().post([self = shared_from_this()] {
+    if (self->_stage != Stage::Ended) self->end({});
+  });
+}
+
+void CurlTransfer::begin() {
+  if (_stage != Stage::New) return;
+  _stage = Stage::Preparing;
+  madeProgress();
+  _pool->add(shared_from_this());
+  if (_request.body.isStream()) _pump = std::make_shared<BodyPump>(_request.body.stream);
+  prepare();
+}
+
+/// Sees to one thing after another that libcurl is not to wait for.
+void CurlTransfer::prepare() {
+  if (!_request.host.empty() && !_addresses) {
+    _addresses = _pool->resolver().known(_request.host);
+    if (!_addresses) {
+      _pool->resolver().lookUp(
+          _request.host, weak_from_this(),
+          [weak = weak_from_this(), pool = _pool](const HostResolver::Addresses& addresses) {
+            pool->thread().post([weak, addresses] {
+              const auto self = weak.lock();
+              if (!self || self->_stage != Stage::Preparing) return;
+              if (addresses->empty()) return self->end(transferError(kURLErrorCannotFindHost, self->_request.url));
+              self->_addresses = addresses;
+              self->madeProgress();
+              self->prepare();
+            });
+          });
+      return;
+    }
+  }
+  // The first piece tells whether the body has a length that its head can name.
+  if (_pump && !_isPulled) return pullBody(kPieceLength);
+  launch();
+}
+
+void CurlTransfer::pullBody(size_t maxLength) {
+  _isPulling = true;
+  _pump->pull(maxLength, [weak = weak_from_this(), pool = _pool](BodyPiece piece) {
+    pool->thread().post([weak, piece = std::move(piece)]() mutable {
+      if (const auto self = weak.lock()) self->received(std::move(piece));
+    });
+  });
+}
+
+void CurlTransfer::received(BodyPiece piece) {
+  if (_stage == Stage::Ended) return;
+  _isPulling = false;
+  madeProgress();
+  if (piece.failed)
+    return end(piece.error ? piece.error
+                           : transferError(kURLErrorRequestBodyStreamExhausted, _request.url));
+  _piece = std::move(piece);
+  _pieceOffset = 0;
+  if (!std::exchange(_isPulled, true)) return prepare();
+  if (!std::exchange(_sendPaused, false)) return;
+  setPause();
+  noteChange();
+}
+
+bool CurlTransfer::waitsForHost() const {
+  return _receivePaused || (_isPulling && (_stage == Stage::Preparing || _sendPaused)) ||
+         _task->waitsForAnswer();
+}
+
+int64_t CurlTransfer::timeOutAt() const {
+  const int64_t since =
+      waitsForHost() ? _pool->thread().now() : _lastProgress.load(std::memory_order_relaxed);
+  return since + _request.timeoutNanos;
+}
+
+void CurlTransfer::timeOut() { end(transferError(kURLErrorTimedOut, _request.url)); }
+
+void CurlTransfer::madeProgress() { _lastProgress.store(_pool->thread().now(), std::memory_order_relaxed); }
+
+void CurlTransfer::setPause() {
+  curl_easy_pause(_handle, (_receivePaused ? CURLPAUSE_RECV : 0) | (_sendPaused ? CURLPAUSE_SEND : 0));
+}
+
+void CurlTransfer::noteChange() {
+  if (!std::exchange(_isChanged, true)) _pool->tellAtEndOfTurn(shared_from_this());
+}
+
+void CurlTransfer::tell() {
+  _isChanged = false;
+  if (_task) _task->flush();
+}
+
+bool CurlTransfer::mayBeAnsweredEarly() const {
+  return _stage == Stage::Running && _hasHead && !_receivePaused && !_isMultiplexed && _request.hasBody();
+}
+
+void CurlTransfer::finishAnsweredEarly() {
+  if (mayBeAnsweredEarly()) end({});
+}
+
+void CurlTransfer::finish(CURLcode result) {
+  if (_stage != Stage::Running) return;
+  if (_failure) return end(_failure);
+  if (result == CURLE_OK && _hasHead) {
+    if (!_pump && _request.hasBody()) {
+      curl_off_t bytes = 0;
+      curl_easy_getinfo(_handle, CURLINFO_SIZE_UPLOAD_T, &bytes);
+      sent(bytes);
+    } else if (_pump) {
+      sent(_bodyTaken);
+    }
+    return end({});
+  }
+  CurlFailure failure;
+  failure.code = result == CURLE_OK ? CURLE_GOT_NOTHING : result;
+  curl_easy_getinfo(_handle, CURLINFO_OS_ERRNO, &failure.systemError);
+  curl_easy_getinfo(_handle, CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+  failure.message = _message;
+  failure.hasHead = _hasHead;
+  end(transferError(failure, _request.url));
+}
+
+void CurlTransfer::end(const Error& error) {
+  const auto self = shared_from_this();
+  if (_handle) _pool->giveBack(std::exchange(_handle, nullptr));
+  if (std::exchange(_isMultiplexed, false)) --_pool->multiplexedCount;
+  if (_resolve) curl_slist_free_all(std::exchange(_resolve, nullptr));
+  if (_pump) _pump->stop();
+  if (_stage != Stage::New) _pool->remove(*this);
+  _stage = Stage::Ended;
+  const auto task = std::exchange(_task, nullptr);
+  task->ended(*this, error);
+  task->flush();
+}
+
+}  // namespace nvxcore

@@ -1,0 +1,53 @@
+#include "tools/geoserver/Exchange.h"
+
+namespace nvxcore::geoserver {
+
+const char* endingName(Ending ending) {
+  switch (ending) {
+    case Ending::none:
+      return "under way";
+    case Ending::answered:
+      return "answered";
+    case Ending::cut:
+      return "cut";
+    case Ending::reset:
+      return "reset";
+    case Ending::streamReset:
+      return "stream reset";
+    case Ending::refused:
+      return "refused";
+    case Ending::collateral:
+      return "collateral";
+    case Ending::clientGone:
+      return "client gone";
+    case Ending::badRequest:
+      return "bad request";
+    case Ending::serverStopped:
+      return "server stopped";
+  }
+  return "unknown";
+}
+
+std::string Exchange::summary() const {
+  std::string line = "#" + std::to_string(sequence) + " connection " + std::to_string(connection);
+  if (streamId) line += " stream " + std::to_string(streamId);
+  line += ": " + method + " " + target + " " + version + ", " + std::to_string(bodyBytes) + " bytes";
+  if (!post.requests.empty()) {
+    line += ", " + std::to_string(post.requests.size()) + " requests [";
+    for (size_t i = 0; i < post.requests.size(); ++i) {
+      const PostRequest& request = post.requests[i];
+      line += (i ? " " : "") + std::to_string(request.id) + ":" + std::to_string(request.payloadLength);
+    }
+    line += "]";
+  }
+  if (!post.error.empty()) line += ", undecodable " + post.error;
+  line += " -> " + (status ? std::to_string(status) : std::string("no reply"));
+  line += ", " + std::to_string(replyBytesSent) + " bytes";
+  if (fault != FaultKind::none) line += ", " + plan;
+  line += ", " + std::string(endingName(ending));
+  if (!handlerError.empty()) line += " (" + handlerError + ")";
+  const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(ended - headArrived).count();
+  return line + " after " + std::to_string(millis) + " ms";
+}
+
+}  // namespace nvxcore::geoserver
