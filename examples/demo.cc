@@ -218,13 +218,14 @@ int run() {
   journal.line(
       "10 requests wait for room in somebody's POST, 120 are sent, one of its own avoids cellular networks");
   for (int i = 1; i <= 10; ++i) client.enqueue("rider " + std::to_string(i));
-  // Nothing leaves before all are handed in, so that the picture is the same at each run.
-  connection->suspendSending();
-  connection->resumeSending();
+  // The main thread is busy meanwhile, so that no POST starts before all are handed in and every run looks the same.
+  auto handedIn = std::make_shared<Semaphore>(0);
+  Queue::main()->post([handedIn] { handedIn->wait(); });
   for (int i = 1; i <= 120; ++i) client.send("request " + std::to_string(i));
   auto homeOnly = client.request("wifi only");
   homeOnly->setAllowsCellularAccess(false);
   connection->sendRequest(homeOnly);
+  handedIn->signal();
 
   checks.expect(server.waitUntilStalled(1, std::chrono::seconds(20)),
                 "a reply stands still after its fifth answer");
