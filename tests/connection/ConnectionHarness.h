@@ -1,0 +1,62 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nvxcore/connection/NVXDASHBlocksRequest.h"
+#include "nvxcore/connection/NVXDASHConnectionImpl.h"
+#include "nvxcore/foundation/base/NVXSystemClock.h"
+#include "nvxcore/platform/Mutex.h"
+#include "nvxcore/platform/Semaphore.h"
+#include "nvxcore/transport/NVXx_HTKSessionFetcherService.h"
+
+namespace nvxcore::testing {
+
+inline constexpr TimeInterval kPatience = 30.0;
+
+/// The reply that a server gives to a POST body: each request read as an ID and a 32-bit length with that
+/// many bytes, and echoed. Written anew here, apart from the library's own framing.
+std::string echoReply(std::string_view body);
+/// Payloads of such requests, in order.
+std::vector<std::string> payloadsOf(std::string_view body);
+
+/// What became of each request, in the order in which it became so.
+class Outcomes {
+ public:
+  struct Outcome {
+    std::string name;
+    bool answered = false;
+    Error error;
+  };
+
+  void add(Outcome outcome);
+  /// True once `count` outcomes are there.
+  bool waitForCount(size_t count);
+  std::vector<Outcome> all() const;
+  size_t count() const;
+  /// "a b !c" for the answered ones and the failed ones.
+  std::string summary() const;
+
+ private:
+  Semaphore _added{0};
+  mutable Mutex _lock;
+  std::vector<Outcome> _outcomes NVX_GUARDED_BY(_lock);
+};
+
+/// A request whose payload is `name` behind its length, and whose answer is to be the same; its outcome goes
+/// to `outcomes`, which must outlive it.
+std::shared_ptr<NVXDASHBlocksRequest> echoRequest(Outcomes& outcomes, const std::string& name,
+                                                  int32_t requestID = 39);
+
+/// A connection to `url` with the usual description.
+std::shared_ptr<NVXDASHConnectionImpl> makeConnection(
+    const std::string& url, std::shared_ptr<NVXx_HTKSessionFetcherService> service = {},
+    uint64_t userCookie = 0);
+
+}  // namespace nvxcore::testing
