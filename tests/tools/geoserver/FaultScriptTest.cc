@@ -73,5 +73,39 @@ TEST(FaultScriptTest, TheRecordTellsWhatAClientGot) {
   }
 }
 
+// Faults on connections that others use at the same time: every exchange comes to an end, and nothing is left
+// behind.
+TEST(FaultScriptTest, ConcurrentFaultsAllEnd) {
+  for (const bool tls : {false, true}) {
+    ServerOptions options;
+    options.tls = tls;
+    options.lingerTime = std::chrono::milliseconds(100);
+    GeoServer server(options);
+    FaultScript faults(3);
+    faults.attachTo(server);
+    for (int round = 0; round < 8; ++round) {
+      CurlClient client(server, tls ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+      size_t good = 0;
+      for (const CurlReply& reply :
+           client.runAll(std::vector<CurlRequest>(100, {.body = postBody(20, 200)}))) {
+        EXPECT_NE(reply.code, CURLE_OPERATION_TIMEDOUT);
+        good += reply.code == CURLE_OK && reply.body == goodReply(20, 200);
+      }
+      EXPECT_GT(good, 0u);
+    }
+    ASSERT_TRUE(server.waitForOpenConnections(0, kPatience));
+    const Counters counters = server.counters();
+    EXPECT_EQ(counters.exchangesStarted, counters.exchangesEnded);
+    EXPECT_EQ(counters.exchangesStalled, 0u);
+    EXPECT_EQ(server.exchanges().size(), counters.exchangesStarted);
+    for (const Exchange& exchange : server.exchanges()) {
+      EXPECT_LE(exchange.answersSent, exchange.answersPlanned);
+      if (exchange.fault == FaultKind::none && exchange.ending == Ending::answered) {
+        EXPECT_EQ(exchange.answersSent, 20u);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace nvxcore::geoserver

@@ -33,8 +33,8 @@ TEST(Http1Test, AnswersAKeptAlivePipelinedRunInOrder) {
 TEST(Http1Test, TakesEachFormOfRequest) {
   GeoServer server;
   const std::string body = postBody(1, 4);
-  const std::string chunked = "POST / HTTP/1.1\r\nhost: x\r\ntransfer-encoding: chunked\r\n\r\n" + "05\r\n" +
-                              body.substr(0, 5) + "\r\n";
+  const std::string chunked =
+      "POST / HTTP/1.1\r\nhost: x\r\ntransfer-encoding: chunked\r\n\r\n05\r\n" + body.substr(0, 5) + "\r\n";
   {
     RawClient client(server.port());
     char size[16];
@@ -177,7 +177,9 @@ TEST(Http1Test, IdleConnectionsCloseAndAcceptScriptsRule) {
   RawClient closed(server.port());
   EXPECT_EQ(closed.readToEnd(), "");
   EXPECT_EQ(server.counters().exchangesStarted, 1u);
-  EXPECT_EQ(server.counters().connectionsOpen, 2u);
+  idle.reset();
+  closed.reset();
+  EXPECT_TRUE(server.waitForOpenConnections(1, kPatience));
 }
 
 }  // namespace

@@ -177,6 +177,7 @@ TEST(Http2Test, CancelledStreamsAndEarlyRepliesAreNoted) {
   EXPECT_EQ(early.body, "too much");
 
   ReplyPlan trailing = ReplyPlan::withBody(200, "text/plain", "body");
+  trailing.framing = ReplyPlan::Framing::chunked;  // no Content-Length: curl would stop there
   trailing.trailers.add("X-Sum", "7");
   trailing.withHeader("Connection", "close").thenInterim(103, {{"Link", "</a>"}});
   server.enqueue(trailing);

@@ -58,7 +58,7 @@ void ActiveExchange::endBody(HeaderList trailers) {
   if (!_early && _core.speaksProtocol(*_exchange)) post = decodePost(*body, _core.config()->types);
   if (!trailers.empty()) _core.record().change([&](Counters&) { _exchange->trailers = std::move(trailers); });
   _core.record().received(*_exchange, std::move(body), std::move(post));
-  if (_early) return;
+  if (_early || _exchange->ending != Ending::none) return;
   try {
     if (!_plan) _plan = _core.planAtEnd(*_exchange);
   } catch (const std::exception& error) {

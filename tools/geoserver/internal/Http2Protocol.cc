@@ -73,12 +73,12 @@ void Http2Protocol::onInputEnd() {
 
 void Http2Protocol::onOutputDrained() {
   pump();
-  // A reply that goes on can end the connection, and with it all the others.
-  for (auto next = _streams.begin(); next != _streams.end() && _connection.open();) {
-    Http2Stream& stream = *next->second;
-    ++next;
-    stream.outputDrained();
+  _busy = true;
+  for (auto& entry : _streams) {
+    // A reply that goes on can end the connection, and with it all the others.
+    if (_connection.open()) entry.second->outputDrained();
   }
+  _busy = false;
   if (!_connection.open()) return;
   handleEvents();
   if (_connection.open()) closeWhenDone();
@@ -122,8 +122,8 @@ void Http2Protocol::endAll(Ending ending) {
 }
 
 void Http2Protocol::tidy() {
-  // Who handles events already goes on to do this.
-  if (_handlingEvents || !_connection.open()) return;
+  // Whoever goes through the streams or events at this moment does this afterwards.
+  if (_busy || !_connection.open()) return;
   handleEvents();
   if (_connection.open()) closeWhenDone();
 }
@@ -139,7 +139,7 @@ void Http2Protocol::dropFinished() {
 }
 
 void Http2Protocol::handleEvents() {
-  _handlingEvents = true;
+  _busy = true;
   // Replies that play meanwhile add to the events.
   for (size_t i = 0; i < _events.size() && _connection.open(); ++i) {
     const Event event = _events[i];
@@ -160,7 +160,7 @@ void Http2Protocol::handleEvents() {
     }
   }
   _events.clear();
-  _handlingEvents = false;
+  _busy = false;
   dropFinished();
 }
 
@@ -228,7 +228,13 @@ int Http2Protocol::onData(nghttp2_session* session, uint8_t, int32_t id, const u
                           void* self) {
   // A body that is left unread holds up its own stream, not the others.
   nghttp2_session_consume_connection(session, length);
-  if (Http2Stream* stream = protocol(self).find(id)) stream->addBody(viewOf(data, length));
+  Http2Stream* stream = protocol(self).find(id);
+  if (!stream) return 0;
+  stream->addBody(viewOf(data, length));
+  if (stream->bodyBytes() > protocol(self)._connection.core().options().maxBodyBytes) {
+    stream->end(Ending::badRequest);
+    nghttp2_submit_rst_stream(session, NGHTTP2_FLAG_NONE, id, NGHTTP2_ENHANCE_YOUR_CALM);
+  }
   return 0;
 }
 

@@ -32,6 +32,7 @@ class Http2Protocol final : public Protocol {
   // Hands what nghttp2 has to send to the socket, as far as that takes it.
   void pump();
   void sendRaw(std::string_view bytes);
+  uint64_t nextExchangeNumber() { return ++_exchanges; }
   // GOAWAY. Streams behind `lastStream` are not served.
   void goAway(uint32_t code, int32_t lastStream);
   int32_t lastStream();
@@ -72,7 +73,8 @@ class Http2Protocol final : public Protocol {
   // Streams that are over, but may still be on the call stack.
   std::vector<std::unique_ptr<Http2Stream>> _finished;
   std::vector<Event> _events;
-  bool _handlingEvents = false;
+  uint64_t _exchanges = 0;
+  bool _busy = false;  // going through streams or events, none of which may be destroyed meanwhile
   bool _badInput = false;
 };
 

@@ -66,7 +66,7 @@ void Http2Stream::addField(std::string_view name, std::string_view value) {
 void Http2Stream::headEnded() {
   _head.connection = _protocol.connection().number();
   _head.streamId = _id;
-  _head.numberOnConnection = static_cast<uint64_t>(_id + 1) / 2;
+  _head.numberOnConnection = _protocol.nextExchangeNumber();
   _head.version = "HTTP/2";
   _head.tls = _protocol.connection().tls();
   _active.emplace(_protocol.connection().core(), static_cast<ReplySink&>(*this), std::move(_head));
@@ -76,11 +76,12 @@ void Http2Stream::begin() { _active->begin(); }
 
 void Http2Stream::addBody(std::string_view bytes) {
   _grant += bytes.size();
+  _bodyBytes += bytes.size();
   if (_active) _active->addBody(bytes);
 }
 
 void Http2Stream::bodyEnded() {
-  if (_active && _active->exchange().ending == Ending::none) _active->endBody(std::move(_requestTrailers));
+  if (_active) _active->endBody(std::move(_requestTrailers));
 }
 
 size_t Http2Stream::takeGrant() {

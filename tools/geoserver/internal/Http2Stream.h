@@ -29,6 +29,7 @@ class Http2Stream final : public ReplySink {
   // Asks for a plan; not within nghttp2's callbacks.
   void begin();
   void addBody(std::string_view bytes);
+  uint64_t bodyBytes() const { return _bodyBytes; }
   void bodyEnded();
   // What was received since the last call and may be granted to the client anew.
   size_t takeGrant();
@@ -66,6 +67,7 @@ class Http2Stream final : public ReplySink {
   HeaderList _requestTrailers;
   std::optional<ActiveExchange> _active;
   size_t _grant = 0;
+  uint64_t _bodyBytes = 0;
 
   std::deque<std::string_view> _pending;  // of the reply's body
   HeaderList _trailers;

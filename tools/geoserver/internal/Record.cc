@@ -23,8 +23,9 @@ void Record::began(const std::shared_ptr<Exchange>& exchange) {
 void Record::received(Exchange& exchange, std::shared_ptr<const std::string> body, Post post) {
   change([&](Counters& counters) {
     exchange.bodyArrived = ExchangeClock::now();
-    exchange.body = std::move(body);
-    exchange.bodyBytes = exchange.body->size();
+    exchange.bodyBytes = body->size();
+    // An early reply can be over before the body is there.
+    if (exchange.ending == Ending::none || _level == RecordLevel::everything) exchange.body = std::move(body);
     exchange.bodyComplete = true;
     exchange.post = std::move(post);
     ++counters.exchangesReceived;

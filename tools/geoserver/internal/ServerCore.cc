@@ -38,11 +38,17 @@ ServerCore::ServerCore(ServerOptions options)
     : _options(std::move(options)),
       _record(_options.record),
       _readBuffer(kReadBufferBytes),
-      _spare(spareDescriptor()),
       _config(std::make_shared<const Config>()) {
   if (_options.tls) _tls = std::make_unique<TlsContext>(_options);
   listen();
+  _spare = spareDescriptor();
+  // A host's signals are none of the thread's business, and a write to a closed socket is no reason to die.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
   _thread = std::thread([this] { run(); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 ServerCore::~ServerCore() {
@@ -84,10 +90,6 @@ void ServerCore::listen() {
 
 void ServerCore::run() {
   pthread_setname_np(pthread_self(), "geoserver");
-  // A host's signals are none of this thread's business, and a write to a closed socket is no reason to die.
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, nullptr);
   _loop.run();
 }
 
