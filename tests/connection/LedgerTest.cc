@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "nvxcore/platform/HTTPSession.h"
+#include "tests/connection/ConnectionHarness.h"
+#include "tests/support/NVXTest.h"
+#include "tests/support/PlatformScope.h"
+#include "tests/support/Proof.h"
+#include "tools/geoserver/FaultScript.h"
+#include "tools/geoserver/GeoServer.h"
+
+namespace nvxcore {
+namespace {
+
+using namespace testing;
+using geoserver::Ending;
+using geoserver::Exchange;
+
+/// What the client knows of its requests: each has one line in the ledger, and it is written once.
+class Ledger {
+ public:
+  explicit Ledger(size_t count) : _entries(count) {}
+
+  struct Entry {
+    std::atomic<int> outcomes{0};
+    std::atomic<bool> answered{false};
+    std::atomic<uint64_t> order{0};
+  };
+
+  /// Enters an outcome; `answered` when the answer was the request's own.
+  void enter(size_t request, bool answered) {
+    Entry& entry = _entries[request];
+    entry.answered = answered;
+    entry.order = ++_order;
+    ++entry.outcomes;
+  }
+  const Entry& entry(size_t request) const { return _entries[request]; }
+  size_t size() const { return _entries.size(); }
+
+ private:
+  std::vector<Entry> _entries;
+  std::atomic<uint64_t> _order{0};
+};
+
+struct LedgerCase {
+  const char* name;
+  bool tls;
+  bool http2;
+};
+
+class LedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCase> {
+ protected:
+  static constexpr size_t kSenders = 4;
+  static constexpr size_t kLongestBatch = 49;
+
+  std::shared_ptr<NVXDASHBlocksRequest> request(Ledger& ledger, size_t number,
+                                                std::shared_ptr<Semaphore> done) {
+    const std::string text = std::to_string(number) + std::string(number % 97, '.');
+    auto request = NVXDASHBlocksRequest::requestWithID(
+        static_cast<int32_t>(1000 + number % 50000),
+        [text](utils::JavaDataOutput* output) {
+          output->WriteInt(static_cast<int32_t>(text.size()));
+          output->WriteBytes(text.data(), text.size());
+        },
+        [&ledger, number, text, done](utils::JavaDataInput* input) {
+          bool answered = false;
+          bool whole = true;
+          try {
+            const int32_t length = input->ReadInt();
+            // A length that was altered leads past the end; the reader then runs out of bytes.
+            answered = input->ReadDataOfLength(static_cast<uint32_t>(length)).view() == text;
+          } catch (const utils::DataInputProvider::NotEnoughDataException&) {
+            whole = false;
+          }
+          ledger.enter(number, answered);
+          done->signal();
+          return whole;
+        });
+    request->setAsyncRequestFailedHandler([&ledger, number, done](const Error&) {
+      ledger.enter(number, false);
+      done->signal();
+    });
+    return request;
+  }
+
+  /// Sends all requests in batches of seeded sizes, each a POST of its own, over a few threads.
+  void sendAll(NVXDASHConnectionImpl& connection, Ledger& ledger) {
+    std::atomic<size_t> next{0};
+    std::vector<std::thread> senders;
+    for (size_t sender = 0; sender < kSenders; ++sender) {
+      senders.emplace_back([&, sender] {
+        std::mt19937_64 random(1234 + sender);
+        auto done = std::make_shared<Semaphore>(0);
+        for (;;) {
+          const size_t length = 1 + random() % (kLongestBatch * 6 / 7);
+          const size_t first = next.fetch_add(length);
+          if (first >= ledger.size()) return;
+          const size_t end = std::min(first + length, ledger.size());
+          connection.startNewBatch();
+          for (size_t number = first; number < end; ++number) {
+            connection.sendRequest(request(ledger, number, done));
+          }
+          for (size_t number = first; number < end; ++number) {
+            if (!done->wait(kPatience)) {
+              ADD_FAILURE() << "no outcome within " << kPatience << " s";
+              return;
+            }
+          }
+        }
+      });
+    }
+    for (std::thread& sender : senders) sender.join();
+  }
+
+  /// Holds the client's ledger against the server's record.
+  void compare(const Ledger& ledger, const std::vector<Exchange>& exchanges) {
+    std::vector<int> arrivals(ledger.size());
+    size_t answered = 0;
+    for (const Exchange& exchange : exchanges) {
+      uint64_t order = 0;
+      size_t answeredHere = 0;
+      bool failedBefore = false;
+      for (const geoserver::PostRequest& sent : exchange.post.requests) {
+        const size_t number = std::strtoul(std::string(exchange.payload(sent)).c_str(), nullptr, 10);
+        ASSERT_LT(number, ledger.size());
+        ++arrivals[number];
+        const Ledger::Entry& entry = ledger.entry(number);
+        EXPECT_GT(entry.order, order) << "out of order in its POST: " << exchange.summary();
+        order = entry.order;
+        EXPECT_FALSE(entry.answered && failedBefore) << exchange.summary();
+        failedBefore = failedBefore || !entry.answered;
+        answeredHere += entry.answered;
+      }
+      // What was not handed to the socket can't have been answered. What was, and was not thrown away by a
+      // reset, was.
+      EXPECT_LE(answeredHere, exchange.answersSent) << exchange.summary();
+      if (exchange.ending == Ending::answered || exchange.ending == Ending::cut) {
+        EXPECT_EQ(answeredHere, exchange.answersSent) << exchange.summary();
+      }
+      answered += answeredHere;
+    }
+    size_t answeredAtAll = 0;
+    for (size_t number = 0; number < ledger.size(); ++number) {
+      EXPECT_EQ(ledger.entry(number).outcomes, 1) << "outcomes of request " << number;
+      EXPECT_LE(arrivals[number], 1) << "request " << number << " reached the server twice";
+      answeredAtAll += ledger.entry(number).answered;
+    }
+    EXPECT_EQ(answered, answeredAtAll);
+    std::printf("%zu requests, %zu answered, %zu exchanges\n", ledger.size(), answered, exchanges.size());
+  }
+};
+
+TEST_P(LedgerTest, EachRequestHasOneOutcomeAndTheServerAgrees) {
+  expectConsoleLine("Needed ");
+  expectConsoleLine("Failed to read all the data in non error case");
+  PlatformScope scope;
+  geoserver::ServerOptions options;
+  options.tls = GetParam().tls;
+  options.http2 = GetParam().http2;
+  geoserver::GeoServer server(options);
+  geoserver::FaultScript script(20240901);
+  script.attachTo(server);
+  // Half of the plans are good replies; a batch has 21.5 requests on average.
+  Ledger ledger(proofCount(2600, GetParam().http2 ? 60000 : 48000));
+  {
+    auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent("ledger/1");
+    service->updateSettings([&](NVXx_HTKSessionFetcherService::Settings& settings) {
+      settings.configuration = HTTPSessionConfiguration::ephemeral();
+      settings.configuration->caFile = server.caFile();
+    });
+    auto connection = makeConnection(server.url(), service);
+    sendAll(*connection, ledger);
+    EXPECT_TRUE(connection->drain(kPatience));
+    EXPECT_EQ(connection->pendingRequestCount(), 0u);
+    EXPECT_EQ(service->numberOfFetchers(), 0u);
+    service->resetSession();
+  }
+  server.stop();
+  compare(ledger, server.exchanges());
+  std::printf("%s", script.report().c_str());
+  if (runsWholeProofs()) {
+    const auto counts = script.counts();
+    EXPECT_GE(script.faultCount(), 1000u);
+    for (size_t kind = 0; kind < counts.size(); ++kind) {
+      const auto fault = static_cast<geoserver::FaultKind>(kind);
+      if (fault == geoserver::FaultKind::stalledBody || (!GetParam().http2 && geoserver::needsHttp2(fault)))
+        continue;
+      EXPECT_GE(counts[kind], 50u) << geoserver::faultName(fault);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Protocols, LedgerTest,
+                         ::testing::Values(LedgerCase{"HTTP1", false, false},
+                                           LedgerCase{"HTTP2", true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace nvxcore
