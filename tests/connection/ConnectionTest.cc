@@ -19,7 +19,10 @@ class ConnectionTest : public FakeConnectionTest {};
 
 TEST_F(ConnectionTest, APOSTIsFramedByteForByte) {
   connection = makeConnection("http://geo.test/glm", {}, 0x0102030405060708);
-  connection->sendRequest(NVXDASHBlocksRequest::requestWithID(39, Data::copy("\0\0\0\x03\xAA\xBB\xCC"s), {}));
+  connection->sendRequest(NVXDASHBlocksRequest::requestWithID(
+      39, Data::copy("\0\0\0\x03\xAA\xBB\xCC"s), [](utils::JavaDataInput* input) {
+        return input->ReadDataOfLength(static_cast<size_t>(input->ReadInt())).view() == "\xAA\xBB\xCC";
+      }));
   ASSERT_TRUE(connection->drain(kPatience));
   ASSERT_EQ(bodies.size(), 1u);
   EXPECT_EQ(bodies[0],
@@ -48,7 +51,7 @@ TEST_F(ConnectionTest, APOSTIsFramedByteForByte) {
   int64_t outgoing = 0, incoming = 0;
   connection->getOutgoingByteCount(&outgoing, &incoming);
   EXPECT_EQ(outgoing, static_cast<int64_t>(bodies[0].size() + bodies[1].size()));
-  EXPECT_EQ(incoming, 11 + 9);
+  EXPECT_EQ(incoming, (2 + 2 + 4 + 3) + (2 + 2 + 4 + 1));
 }
 
 TEST_F(ConnectionTest, BatchesOfFiftyLeaveInArrivalOrder) {
@@ -86,7 +89,9 @@ TEST_F(ConnectionTest, EnqueuedRequestsFillTheRoomThatIsLeft) {
     ASSERT_TRUE(connection->drain(kPatience));
     EXPECT_EQ(bodySizes(), posts);
     EXPECT_EQ(connection->pendingEnqueueCount(), left);
-    if (sent == 10) EXPECT_EQ(payloadsOf(bodies[0])[10], "rider 0");
+    if (sent == 10) {
+      EXPECT_EQ(payloadsOf(bodies[0])[10], "rider 0");
+    }
   }
 }
 

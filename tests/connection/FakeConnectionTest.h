@@ -27,6 +27,8 @@ class FakeConnectionTest : public NVXTest {
       EXPECT_TRUE(connection->drain(kPatience));
     }
     connection.reset();
+    // What it still held is failed on a queue; the outcomes must outlive that.
+    _scope.settle();
   }
 
   Platform platform() {

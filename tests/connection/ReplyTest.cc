@@ -115,7 +115,6 @@ TEST_F(ReplyTest, ExtraBytesAreReportedAndHarmNobody) {
 }
 
 TEST_F(ReplyTest, EnteringTheReadHandlerIsTheOutcomeWhateverItDoes) {
-  expectConsoleLine("Failed to read all the data in non error case");
   auto failed = std::make_shared<std::atomic<int>>(0);
   for (int kind = 0; kind < 4; ++kind) {
     bool entered = false;
@@ -196,11 +195,13 @@ TEST_F(ReplyTest, AFailureBeforeTheBodyIsReadFailsTheRequestsThatItWouldHaveTake
   _network->onResume = [&](const FakeHTTPTaskRef& task) {
     task->sendResponse(500, {});
     task->sendData("no");
-    outcomes.waitForCount(6);
-    task->pullBody([&, task](const Data& body) {
-      late = body;
-      task->complete();
-      pulled.signal();
+    Queue::blocking()->post([&, task] {
+      outcomes.waitForCount(6);
+      task->pullBody([&, task](const Data& body) {
+        late = body;
+        task->complete();
+        pulled.signal();
+      });
     });
   };
   exchange();
@@ -229,7 +230,9 @@ TEST_F(ReplyTest, AFetchThatIsStoppedFailsItsRequestsAsCancelled) {
     ASSERT_TRUE(connection->drain(kPatience));
     EXPECT_EQ(mine.summary(), wanted);
     for (const auto& outcome : mine.all()) {
-      if (!outcome.answered) EXPECT_TRUE(outcome.error.is(kURLErrorDomain, kURLErrorCancelled));
+      if (!outcome.answered) {
+        EXPECT_TRUE(outcome.error.is(kURLErrorDomain, kURLErrorCancelled));
+      }
     }
     EXPECT_EQ(connection->numberOfConnectionsInProgress(), 0);
   }
@@ -260,7 +263,6 @@ TEST_F(ReplyTest, AConnectionCheckLooksAtTheHeadOfTheReplyOnly) {
   transferError = Error(kURLErrorDomain, kURLErrorTimedOut);
   contentType = "application/binary";
   change = [](std::string& bytes) { bytes.clear(); };
-  expectConsoleLine("Needed ");
   EXPECT_FALSE(check());
 }
 
@@ -303,7 +305,8 @@ TEST_F(CutReplyTest, EachPairOfCutsGivesTheSameAnswers) {
   size_t number = 0;
   for (size_t i = 1; i < kLength; ++i) {
     for (size_t j = i + 1; j < kLength; ++j) {
-      if (number++ % step == 0) ASSERT_NO_FATAL_FAILURE(exchangeCut({i, j}));
+      if (number++ % step != 0) continue;
+      ASSERT_NO_FATAL_FAILURE(exchangeCut({i, j}));
     }
   }
 }
