@@ -1,6 +1,7 @@
 #include "tools/geoserver/FaultScript.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 #include <utility>
 
@@ -65,11 +66,15 @@ ReplyPlan FaultScript::next(const Exchange& exchange) {
 ReplyPlan FaultScript::plan(FaultKind kind, uint64_t& random) {
   const auto below = [&random](uint64_t bound) { return draw(random) % bound; };
   const auto offset = [&] { return 1 + below(below(2) ? kSmallOffset : kLargeOffset); };
+  const auto share = [&] { return below(below(2) ? 50 : 1000); };
   const auto pause = [&] { return Millis(1 + below(static_cast<uint64_t>(kLongestPause.count()))); };
   const auto anyOf = [&](auto... choices) {
     const std::array all{choices...};
     return all[below(all.size())];
   };
+  // Drawn here for all: the order in which a call's arguments are evaluated is the compiler's choice.
+  const uint64_t answer = below(100);
+  const uint64_t few = 1 + below(8);
   switch (kind) {
     case FaultKind::none:
       return ReplyPlan();
@@ -83,20 +88,22 @@ ReplyPlan FaultScript::plan(FaultKind kind, uint64_t& random) {
     case FaultKind::wrongVersionWord:
       return faults::wrongVersionWord(anyOf(0, 23, 25, 0x1800, 0xFFFF));
     case FaultKind::wrongRequestId:
-      return faults::wrongRequestId(below(100), static_cast<uint16_t>(40000 + below(999)));
+      return faults::wrongRequestId(answer, static_cast<uint16_t>(40000 + below(999)));
     case FaultKind::alteredAnswer:
-      return faults::alteredAnswer(below(100), 1 + below(8));
+      return faults::alteredAnswer(answer, few);
     case FaultKind::shortAnswer:
-      return faults::shortAnswer(below(100), 1 + below(4));
+      return faults::shortAnswer(answer, few);
     case FaultKind::extraBytes:
       return faults::extraBytes(std::string(offset(), '\xEE'));
     case FaultKind::truncated:
-      return faults::truncated(offset() - 1);
+      return ReplyPlan().withFault(kind).withChange([thousandths = share()](ProtocolReply& reply) {
+        reply.bytes.resize(reply.bytes.size() * thousandths / 1000);
+      });
     case FaultKind::pieces: {
       std::vector<uint64_t> cuts(1 + below(6));
       for (uint64_t& cut : cuts) cut = offset();
       std::sort(cuts.begin(), cuts.end());
-      return faults::pieces(cuts, Millis(below(4)));
+      return faults::pieces(cuts, Millis(few / 2));
     }
     case FaultKind::delayedHead:
       return faults::delayedHead(pause());
@@ -105,29 +112,28 @@ ReplyPlan FaultScript::plan(FaultKind kind, uint64_t& random) {
     case FaultKind::drip:
       return faults::drip(16 + offset(), Millis(1));
     case FaultKind::pausedBody:
-      return faults::pausedBody(offset(), pause());
+      return ReplyPlan().withFault(kind).thenShare(share()).thenPause(pause());
     case FaultKind::stalledBody:
-      return faults::stalledBody(offset());
+      return ReplyPlan().withFault(kind).thenShare(share()).thenStall();
     case FaultKind::closeBeforeReply:
       return faults::closeBeforeReply();
     case FaultKind::closeAfterHead:
       return faults::closeAfterHead();
     case FaultKind::closeMidBody:
-      return faults::closeMidBody(offset());
+      return ReplyPlan().withFault(kind).thenShare(share()).thenClose();
     case FaultKind::resetBeforeReply:
       return faults::resetBeforeReply();
     case FaultKind::resetMidBody:
-      return faults::resetMidBody(offset());
+      return ReplyPlan().withFault(kind).thenShare(share()).thenReset();
     case FaultKind::earlyReply:
       return faults::earlyReply(anyOf(400, 403, 413, 503), "no need for the rest\n");
     case FaultKind::garbage:
       return faults::garbage(anyOf("\r\n\r\n", "HELO\r\n", "HTTP/9.9 abc\r\n\r\n", "\x16\x03\x01"));
-    // The codes are PROTOCOL_ERROR, INTERNAL_ERROR, REFUSED_STREAM, CANCEL and ENHANCE_YOUR_CALM (RFC 9113,
-    // 7).
+    // PROTOCOL_ERROR, INTERNAL_ERROR, REFUSED_STREAM, CANCEL and ENHANCE_YOUR_CALM (RFC 9113, 7).
     case FaultKind::streamResetBeforeHead:
       return faults::streamResetBeforeHead(anyOf(1u, 2u, 7u, 8u, 11u));
     case FaultKind::streamResetMidBody:
-      return faults::streamResetMidBody(offset(), anyOf(1u, 2u, 7u, 8u, 11u));
+      return ReplyPlan().withFault(kind).thenShare(share()).thenStreamReset(anyOf(1u, 2u, 7u, 8u, 11u));
     case FaultKind::goAwayServed:
       return faults::goAwayServed();
     case FaultKind::goAwayRefused:

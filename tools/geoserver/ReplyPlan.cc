@@ -62,6 +62,10 @@ ReplyPlan& ReplyPlan::thenBytes(uint64_t count) {
   return then({.kind = ReplyStep::Kind::bytes, .amount = count});
 }
 
+ReplyPlan& ReplyPlan::thenShare(uint64_t thousandths) {
+  return then({.kind = ReplyStep::Kind::share, .amount = thousandths});
+}
+
 ReplyPlan& ReplyPlan::thenUpToAnswer(uint64_t answers) {
   return then({.kind = ReplyStep::Kind::upToAnswer, .amount = answers});
 }

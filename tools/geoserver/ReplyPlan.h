@@ -26,6 +26,7 @@ struct ReplyStep {
   enum class Kind {
     head,
     bytes,
+    share,
     upToAnswer,
     rest,
     drip,
@@ -39,7 +40,7 @@ struct ReplyStep {
     goAway
   };
   Kind kind = Kind::head;
-  uint64_t amount = 0;  // bytes, answers, or the error code
+  uint64_t amount = 0;  // bytes, thousandths, answers, or the error code
   Millis wait{0};
   std::string text = {};  // a gate's name, or bytes as they stand
   HeaderList headers = {};
@@ -101,6 +102,8 @@ struct ReplyPlan {
   // Each of these appends a step. Those that send body bytes send the head first when it has not gone out.
   ReplyPlan& thenHead();
   ReplyPlan& thenBytes(uint64_t count);
+  // Until that many thousandths of the body are out; never its last byte.
+  ReplyPlan& thenShare(uint64_t thousandths);
   ReplyPlan& thenUpToAnswer(uint64_t answers);  // all bytes of the first `answers` answers
   ReplyPlan& thenRest();
   ReplyPlan& thenDrip(uint64_t bytes, Millis every);  // until the body's end

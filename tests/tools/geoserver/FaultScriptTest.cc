@@ -61,6 +61,10 @@ TEST(FaultScriptTest, TheRecordTellsWhatAClientGot) {
       ASSERT_EQ(exchange.sequence, i);
       const bool mayLose = exchange.ending != Ending::answered || exchange.fault == FaultKind::garbage;
       const uint64_t got = answersIn(reply);
+      if (exchange.fault == FaultKind::closeMidBody || exchange.fault == FaultKind::resetMidBody) {
+        EXPECT_LT(exchange.replyBytesSent, exchange.replyBytes);
+        EXPECT_NE(reply.code, CURLE_OK) << exchange.summary();
+      }
       if (mayLose) {
         EXPECT_LE(got, exchange.answersSent) << exchange.summary();
       } else {
@@ -83,16 +87,16 @@ TEST(FaultScriptTest, ConcurrentFaultsAllEnd) {
     GeoServer server(options);
     FaultScript faults(3);
     faults.attachTo(server);
+    size_t good = 0;
     for (int round = 0; round < 8; ++round) {
       CurlClient client(server, tls ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
-      size_t good = 0;
       for (const CurlReply& reply :
            client.runAll(std::vector<CurlRequest>(100, {.body = postBody(20, 200)}))) {
         EXPECT_NE(reply.code, CURLE_OPERATION_TIMEDOUT);
         good += reply.code == CURLE_OK && reply.body == goodReply(20, 200);
       }
-      EXPECT_GT(good, 0u);
     }
+    EXPECT_GT(good, 0u);
     ASSERT_TRUE(server.waitForOpenConnections(0, kPatience));
     const Counters counters = server.counters();
     EXPECT_EQ(counters.exchangesStarted, counters.exchangesEnded);

@@ -76,6 +76,8 @@ TEST(ReplyPlanTest, ConnectionsEndWhereThePlanSaysSo) {
       {faults::closeBeforeReply(), false, 0, false, Ending::cut},
       {faults::closeAfterHead(), true, 0, false, Ending::cut},
       {faults::closeMidBody(20), true, 20, false, Ending::cut},
+      {ReplyPlan().thenShare(500).thenClose(), true, good().size() / 2, false, Ending::cut},
+      {ReplyPlan().thenShare(1000).thenClose(), true, good().size() - 1, false, Ending::cut},
       {faults::resetBeforeReply(), false, 0, true, Ending::reset},
       {faults::resetMidBody(20), true, 20, true, Ending::reset},
       {faults::streamResetMidBody(20, 2), true, 20, true, Ending::streamReset},

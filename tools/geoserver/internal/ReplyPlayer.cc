@@ -52,6 +52,12 @@ ReplyPlayer::Outcome ReplyPlayer::play(const ReplyStep& step) {
       sendHead();
       sendBodyUpTo(_offset + std::min<uint64_t>(step.amount, _reply.body.size()));
       return Outcome::goOn;
+    case ReplyStep::Kind::share:
+      sendHead();
+      if (const uint64_t size = _reply.body.size()) {
+        sendBodyUpTo(std::min(size * std::min<uint64_t>(step.amount, 1000) / 1000, size - 1));
+      }
+      return Outcome::goOn;
     case ReplyStep::Kind::upToAnswer:
       sendHead();
       if (step.amount == 0 || _reply.answerEnds.empty()) {
