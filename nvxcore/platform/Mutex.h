@@ -19,6 +19,13 @@ class NVXCORE_EXPORT LockObserver {
   static std::atomic<LockObserver*> current;
 };
 
+/// Tells the processor that this is a loop that waits for another one.
+inline void pauseProcessor() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
 /// A mutual exclusion lock. Never held while host code runs, while waiting, or while posting to the main
 /// loop.
 template <class Native>
@@ -30,6 +37,11 @@ class NVX_CAPABILITY("mutex") BasicMutex {
 
   void lock() NVX_ACQUIRE() {
     if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) observer->willLock();
+    // What a lock guards takes less time than sleeping and being woken: look a few times before that.
+    for (int looks = 0; looks < 64; ++looks) {
+      if (_native.try_lock()) return;
+      pauseProcessor();
+    }
     _native.lock();
   }
   void unlock() NVX_RELEASE() {

@@ -21,14 +21,14 @@ class Threading;
 /// The seams to the platform. What a host leaves empty is the real implementation for this system, so that a
 /// host with nothing to say installs nothing.
 struct NVXCORE_EXPORT Platform {
-  std::shared_ptr<Threading> threading;
-  std::shared_ptr<MainLoop> mainLoop;
-  std::shared_ptr<NotificationCenter> notificationCenter;
-  std::shared_ptr<HTTPSessionService> httpSessionService;
-  std::shared_ptr<BackgroundTasks> backgroundTasks;
-  std::shared_ptr<ApplicationFacts> application;
-  std::shared_ptr<DeviceFacts> device;
-  std::shared_ptr<ConsoleSink> console;
+  std::shared_ptr<Threading> threading = nullptr;
+  std::shared_ptr<MainLoop> mainLoop = nullptr;
+  std::shared_ptr<NotificationCenter> notificationCenter = nullptr;
+  std::shared_ptr<HTTPSessionService> httpSessionService = nullptr;
+  std::shared_ptr<BackgroundTasks> backgroundTasks = nullptr;
+  std::shared_ptr<ApplicationFacts> application = nullptr;
+  std::shared_ptr<DeviceFacts> device = nullptr;
+  std::shared_ptr<ConsoleSink> console = nullptr;
 
   /// Replaces the seams that are set in `platform`. Only before the first use of the library; false, and
   /// nothing changed, after it. Any thread.

@@ -21,13 +21,17 @@ class SerialQueue final : public PoolQueue {
   bool run() override NVX_EXCLUDES(_mutex);
 
  private:
+  bool takeBatch(bool mayEnd) NVX_EXCLUDES(_mutex);
+  static void linger();
+
   Mutex _mutex;
   TaskList _waiting NVX_GUARDED_BY(_mutex);
   // True from the post that finds the queue idle until its worker finds nothing more to run: one worker at
   // most.
   bool _scheduled NVX_GUARDED_BY(_mutex) = false;
-  // The worker's alone, but for its size.
-  TaskList _batch;
+  // The worker's alone, but for its size; apart from what posting writes, so that the two don't share a cache
+  // line.
+  alignas(64) TaskList _batch;
   std::atomic<size_t> _batchSize{0};
 };
 
