@@ -124,7 +124,7 @@ void CurlConnectionPool::configure(CURL* handle) {
   set(CURLOPT_PATH_AS_IS, 1L);
   set(CURLOPT_HTTP09_ALLOWED, 0L);
   set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  set(CURLOPT_BUFFERSIZE, 64L << 10);
+  set(CURLOPT_BUFFERSIZE, 32L << 10);
   // The time-outs here know of progress, which these do not.
   set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(INT_MAX));
   // An empty text keeps libcurl from asking the environment.

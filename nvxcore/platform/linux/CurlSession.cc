@@ -56,7 +56,14 @@ HTTPSessionTaskRef CurlSession::downloadTaskWithRequest(const URLRequest& reques
   return makeTask(TaskKind::Download, request, HTTPTask::BodySource::Request);
 }
 
-HTTPSessionTaskRef CurlSession::downloadTaskWithResumeData(const Data&) { return nullptr; }
+HTTPSessionTaskRef CurlSession::downloadTaskWithResumeData(const Data& resumeData) {
+  std::unique_ptr<ResumeData> part = ResumeData::decoded(resumeData);
+  if (!part) return nullptr;
+  const std::shared_ptr<HTTPTask> task =
+      makeTask(TaskKind::Download, part->request, HTTPTask::BodySource::Request);
+  if (task) task->continueFrom(std::move(part));
+  return task;
+}
 
 void CurlSession::taskWillRun(std::shared_ptr<HTTPTask> task) {
   const uint64_t identifier = task->taskIdentifier();
@@ -77,17 +84,22 @@ void CurlSession::taskHasEnded(uint64_t identifier) {
 
 void CurlSession::getTasksWithCompletionHandler(std::function<void(Tasks)> completionHandler) {
   if (!completionHandler) return;
-  Tasks tasks;
+  std::vector<std::shared_ptr<HTTPTask>> found;
   {
     Lock lock(_lock);
     for (const auto& [identifier, member] : _tasks) {
       std::shared_ptr<HTTPTask> task = member.task.lock();
       if (!task) continue;
-      auto& list = task->kind() == TaskKind::Data     ? tasks.data
-                   : task->kind() == TaskKind::Upload ? tasks.upload
-                                                      : tasks.download;
-      list.push_back(std::move(task));
+      found.push_back(std::move(task));
     }
+  }
+  Tasks tasks;
+  for (const auto& task : found) {
+    HTTPSessionTaskRef reported = task->reported();
+    auto& list = reported->kind() == TaskKind::Data     ? tasks.data
+                 : reported->kind() == TaskKind::Upload ? tasks.upload
+                                                        : tasks.download;
+    list.push_back(std::move(reported));
   }
   _delegateQueue->post(
       [handler = std::move(completionHandler), tasks = std::move(tasks)]() mutable { handler(std::move(tasks)); });

@@ -11,9 +11,13 @@ namespace nvxcore {
 
 CurlTransfer::CurlTransfer(std::shared_ptr<CurlConnectionPool> pool, std::shared_ptr<HTTPTask> task,
                            PreparedRequest request)
-    : _pool(std::move(pool)), _task(std::move(task)), _request(std::move(request)) {}
+    : _pool(std::move(pool)), _task(std::move(task)), _request(std::move(request)) {
+  if (_request.body.isStream()) _pump = std::make_shared<BodyPump>(_request.body.stream);
+}
 
 void CurlTransfer::start() {
+  // Where nothing comes before the first pull, the I/O thread need not be woken to ask for it.
+  if (_pump && _request.host.empty()) return pullBody(kPieceLength);
   _pool->postTransfer([self = shared_from_this()] { self->begin(); });
 }
 
@@ -40,11 +44,14 @@ void CurlTransfer::stop() {
 
 void CurlTransfer::begin() {
   if (_stage != Stage::New) return;
+  enter();
+  prepare();
+}
+
+void CurlTransfer::enter() {
   _stage = Stage::Preparing;
   madeProgress();
   _pool->add(shared_from_this());
-  if (_request.body.isStream()) _pump = std::make_shared<BodyPump>(_request.body.stream);
-  prepare();
 }
 
 /// Sees to one thing after another that libcurl is not to wait for.
@@ -74,15 +81,16 @@ void CurlTransfer::prepare() {
 
 void CurlTransfer::pullBody(size_t maxLength) {
   _isPulling = true;
-  _pump->pull(maxLength, [weak = weak_from_this(), pool = _pool](BodyPiece piece) {
-    pool->thread().post([weak, piece = std::move(piece)]() mutable {
-      if (const auto self = weak.lock()) self->received(std::move(piece));
-    });
+  _pump->pull(maxLength, [weak = weak_from_this()](BodyPiece piece) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_pool->postTransfer([self, piece = std::move(piece)]() mutable { self->received(std::move(piece)); });
   });
 }
 
 void CurlTransfer::received(BodyPiece piece) {
   if (_stage == Stage::Ended) return;
+  if (_stage == Stage::New) enter();
   _isPulling = false;
   madeProgress();
   if (piece.failed)

@@ -59,6 +59,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
 
  private:
   void begin();
+  void enter();
   void prepare();
   void pullBody(size_t maxLength);
   void received(BodyPiece piece);

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "nvxcore/platform/linux/BecomeDownloadTask.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/HTTPAuthentication.h"
 #include "nvxcore/platform/linux/HTTPTask.h"
@@ -23,7 +24,13 @@ void HTTPTask::answeredResponse(uint64_t question, ResponseDisposition dispositi
   bool wasPaused;
   {
     Lock lock(_lock);
-    if (!takeQuestion<ResponseQuestion>(question)) return;
+    const auto head = takeQuestion<ResponseQuestion>(question);
+    if (!head) return;
+    if (disposition == ResponseDisposition::BecomeDownload && _kind == TaskKind::Data) {
+      _isDownload = _becomesDownload = _needsClosing = true;
+      _view = std::make_shared<BecomeDownloadTask>(shared_from_this());
+      acceptDownload(head->response);
+    }
     source = _source;
     wasPaused = std::exchange(_sourcePaused, false);
   }
@@ -42,7 +49,7 @@ void HTTPTask::answeredRedirect(uint64_t question, std::optional<URLRequest> req
       _bodyIsDropped = request->method == "GET" || request->method == "HEAD";
       left = leaveTransfer();
     } else {
-      ask(ResponseQuestion{std::move(redirect->response)});
+      acceptReply(std::move(redirect->response));
     }
   }
   if (!request) return flush();
@@ -69,7 +76,7 @@ void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition dis
                           authorization(challenge->field, *credential, request));
       left = leaveTransfer();
     } else {
-      ask(ResponseQuestion{_response});
+      acceptReply(_response);
     }
   }
   if (!goesOn) return flush();

@@ -56,7 +56,7 @@ void HTTPTask::fail(const Error& error) {
   _question = std::monostate();
   _waitsForAnswer.store(false, std::memory_order_relaxed);
   _sending.unreported = 0;
-  _body.clear();
+  if (!_isDownload) _body.clear();  // What has come of a download may be of use later.
 }
 
 void HTTPTask::receivedHead(const TransferSource& source, URLResponse response) {
@@ -72,6 +72,15 @@ void HTTPTask::receivedHead(const TransferSource& source, URLResponse response) 
     }
   } else if (auto challenge = authenticationChallenge(response, _authenticationFailures)) {
     ask(ChallengeQuestion{std::move(challenge->challenge), std::move(challenge->field)});
+  } else {
+    acceptReply(std::move(response));
+  }
+}
+
+/// The head is that of the reply itself.
+void HTTPTask::acceptReply(URLResponse response) {
+  if (_isDownload) {
+    acceptDownload(response);
   } else {
     ask(ResponseQuestion{std::move(response)});
   }
@@ -107,12 +116,15 @@ void HTTPTask::ended(const TransferSource& source, const Error& error) {
 }
 
 void HTTPTask::flush() {
+  bool worksOnFile;
+  bool delivers;
   {
     Lock lock(_lock);
-    if (_deliveryIsPosted) return;
-    _deliveryIsPosted = true;
+    worksOnFile = hasFileWork() && !std::exchange(_fileWorkIsPosted, true);
+    delivers = !std::exchange(_deliveryIsPosted, true);
   }
-  _delegateQueue->post([self = shared_from_this()] { self->deliver(); });
+  if (worksOnFile) Queue::blocking()->post([self = shared_from_this()] { self->workOnFile(); });
+  if (delivers) _delegateQueue->post([self = shared_from_this()] { self->deliver(); });
 }
 
 void HTTPTask::deliver() {
@@ -149,13 +161,22 @@ bool HTTPTask::takeEvent(Event& event) {
   } else if (!std::holds_alternative<std::monostate>(_question)) {
     if (std::exchange(_questionIsAsked, true)) return false;
     event = _question;
-  } else if (!_body.empty()) {
+  } else if (std::exchange(_becomesDownload, false)) {
+    event = Becoming();
+  } else if (_resumed) {
+    event = *std::exchange(_resumed, std::nullopt);
+  } else if (_writing.unreported) {
+    event = _writing;
+    _writing.unreported = 0;
+  } else if (!_isDownload && !_body.empty()) {
     event = _body.take();
-  } else if (_outcome) {
+  } else if (!_outcome || (_needsClosing && !_fileIsClosed)) {
+    return false;
+  } else if (_isDownload && !*_outcome && !std::exchange(_downloadIsTold, true)) {
+    event = Downloaded();
+  } else {
     event = Completion{*_outcome};
     _state = TaskState::Completed;
-  } else {
-    return false;
   }
   return true;
 }
@@ -171,7 +192,7 @@ void HTTPTask::storeCookies(const HTTPHeaders& fields) {
 }
 
 void HTTPTask::tell(HTTPSessionDelegate& delegate, const Sending& sending) {
-  delegate.taskDidSendBodyData(shared_from_this(), sending.unreported, sending.total, sending.expected);
+  delegate.taskDidSendBodyData(reported(), sending.unreported, sending.total, sending.expected);
 }
 
 template <class... Arguments>
@@ -186,7 +207,7 @@ std::function<void(Arguments...)> HTTPTask::answer(void (HTTPTask::*take)(uint64
 }
 
 void HTTPTask::tell(HTTPSessionDelegate& delegate, const Question& question) {
-  const HTTPSessionTaskRef self = shared_from_this();
+  const HTTPSessionTaskRef self = reported();
   if (const auto* response = std::get_if<ResponseQuestion>(&question)) {
     delegate.dataTaskDidReceiveResponse(self, response->response, answer(&HTTPTask::answeredResponse));
   } else if (const auto* redirect = std::get_if<RedirectQuestion>(&question)) {
@@ -201,10 +222,14 @@ void HTTPTask::tell(HTTPSessionDelegate& delegate, const Question& question) {
 
 void HTTPTask::tell(HTTPSessionDelegate& delegate, const Data& data) {
   delegate.dataTaskDidReceiveData(shared_from_this(), data);
+  bytesTaken(data.length());
+}
+
+void HTTPTask::bytesTaken(size_t count) {
   std::shared_ptr<TransferSource> paused;
   {
     Lock lock(_lock);
-    _body.taken(data.length());
+    _body.taken(count);
     if (_sourcePaused && _body.waiting() <= BodyBuffer::kLimit / 2) {
       _sourcePaused = false;
       paused = _source;
@@ -214,16 +239,18 @@ void HTTPTask::tell(HTTPSessionDelegate& delegate, const Data& data) {
 }
 
 void HTTPTask::tell(HTTPSessionDelegate& delegate, const Completion& completion) {
-  delegate.taskDidCompleteWithError(shared_from_this(), completion.error);
+  delegate.taskDidCompleteWithError(reported(), completion.error);
 }
 
 void HTTPTask::complete() {
   std::shared_ptr<HTTPSessionDelegate> delegate;
   std::shared_ptr<TransferSource> source;  // Still there when the task has failed by itself.
+  HTTPSessionTaskRef view;
   {
     Lock lock(_lock);
     delegate.swap(_delegate);
     source.swap(_source);
+    view.swap(_view);
   }
   if (source) source->stop();
   _session->taskHasEnded(_identifier);

@@ -42,7 +42,9 @@ HTTPTask::HTTPTask(std::shared_ptr<CurlSession> session, TaskKind kind, uint64_t
       _bodySource(bodySource),
       _bodyFile(std::move(bodyFile)),
       _delegateQueue(_session->delegateQueue()),
-      _request(_originalRequest) {}
+      _request(_originalRequest),
+      _isDownload(kind == TaskKind::Download),
+      _needsClosing(_isDownload) {}
 
 HTTPTask::~HTTPTask() = default;
 
@@ -54,30 +56,50 @@ void HTTPTask::resume() {
     _delegate = _session->delegate();
   }
   _session->taskWillRun(shared_from_this());
+  bool hasPart;
+  {
+    Lock lock(_lock);
+    hasPart = _part != nullptr;
+  }
+  if (hasPart) return Queue::blocking()->post([self = shared_from_this()] { self->beginWithPart(); });
   carryOut(_originalRequest);
 }
 
-void HTTPTask::cancel() {
+void HTTPTask::cancel() { cancel({}); }
+
+void HTTPTask::cancelByProducingResumeData(std::function<void(Data)> handler) {
+  if (!handler) handler = [](const Data&) {};
+  cancel(std::move(handler));
+}
+
+void HTTPTask::cancel(std::function<void(Data)> resumeDataHandler) {
   std::shared_ptr<TransferSource> source;
   bool wasSuspended;
   {
     Lock lock(_lock);
-    if (_isCancelled || _state == TaskState::Completed) return;
+    if (_isCancelled || _downloadIsTold || _state == TaskState::Completed) {
+      // Too late; the handler is owed its call all the same.
+      if (resumeDataHandler)
+        Queue::global()->post([handler = std::move(resumeDataHandler)] { handler({}); });
+      return;
+    }
     wasSuspended = _state == TaskState::Suspended;
     if (wasSuspended) _delegate = _session->delegate();
     _isCancelled = true;
     _state = TaskState::Canceling;
     fail(transferError(kURLErrorCancelled, _request.url));
+    if (resumeDataHandler) {
+      _resumeDataHandler = std::move(resumeDataHandler);
+      _needsClosing = true;
+    } else {
+      _body.clear();
+    }
+    _fileIsClosed = false;
     source = std::exchange(_source, nullptr);
   }
   if (wasSuspended) _session->taskWillRun(shared_from_this());
   if (source) source->stop();
   flush();
-}
-
-void HTTPTask::cancelByProducingResumeData(std::function<void(Data)> handler) {
-  cancel();
-  if (handler) handler({});
 }
 
 void HTTPTask::carryOut(const URLRequest& request) {
@@ -187,6 +209,14 @@ bool HTTPTask::setPriority(float priority) {
   return true;
 }
 
-int64_t HTTPTask::maximumReplyLength() const { return _session->configuration().maximumReplyLength; }
+HTTPSessionTaskRef HTTPTask::reported() {
+  Lock lock(_lock);
+  return _view ? _view : shared_from_this();
+}
+
+int64_t HTTPTask::maximumReplyLength() const {
+  Lock lock(_lock);
+  return _isDownload ? INT64_MAX : _session->configuration().maximumReplyLength;
+}
 
 }  // namespace nvxcore

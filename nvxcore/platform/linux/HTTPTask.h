@@ -12,13 +12,13 @@
 #include "nvxcore/platform/Mutex.h"
 #include "nvxcore/platform/ThreadAnnotations.h"
 #include "nvxcore/platform/linux/BodyBuffer.h"
+#include "nvxcore/platform/linux/DownloadFile.h"
+#include "nvxcore/platform/linux/ResumeData.h"
 #include "nvxcore/platform/linux/TransferSource.h"
 
 namespace nvxcore {
 
 class CurlSession;
-class DownloadFile;
-struct ResumeData;
 
 /// A task: it takes what its transfer reports and tells it to the delegate, an event at a time, on the delegate
 /// queue. What comes while an event is being told, or waits for an answer, is put together, so that a reply
@@ -49,7 +49,9 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   float priority() const { return _priority.load(std::memory_order_relaxed); }
 
   /// Makes a download go on where an earlier one ended. Before `resume`.
-  void continueDownload(std::unique_ptr<ResumeData> from);
+  void continueFrom(std::unique_ptr<ResumeData> part);
+  /// The task as the delegate knows it: another one once it has become a download.
+  HTTPSessionTaskRef reported();
 
   // What the transfer reports, in its order. Nothing of it counts once `source` is not the one that the task
   // carries out any more.
@@ -69,8 +71,6 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   int64_t maximumReplyLength() const;
 
  private:
-  friend class BecomeDownloadTask;
-
   struct ResponseQuestion {
     URLResponse response;
   };
@@ -91,12 +91,24 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
     int64_t total = 0;
     int64_t expected = 0;
   };
+  struct Becoming {};
+  struct Resumed {
+    int64_t offset = 0;
+    int64_t expected = 0;
+  };
+  struct Writing {
+    int64_t unreported = 0;
+    int64_t total = 0;
+    int64_t expected = -1;
+  };
+  struct Downloaded {};
   struct Completion {
     Error error;
   };
-  using Event = std::variant<Sending, Question, Data, Completion>;
+  using Event = std::variant<Sending, Question, Becoming, Resumed, Writing, Data, Downloaded, Completion>;
 
   // Carrying out. (HTTPTask.cc)
+  void cancel(std::function<void(Data)> resumeDataHandler);
   void carryOut(const URLRequest& request);
   void startTransfer(const URLRequest& request, std::shared_ptr<InputStream> stream);
   void endWithoutTransfer(const Error& error);
@@ -106,15 +118,21 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   bool isCurrent(const TransferSource& source) const NVX_REQUIRES(_lock) { return _source.get() == &source; }
   void ask(Question question) NVX_REQUIRES(_lock);
   void fail(const Error& error) NVX_REQUIRES(_lock);
+  void acceptReply(URLResponse response) NVX_REQUIRES(_lock);
   void deliver();
   bool deliverNext();
   bool takeEvent(Event& event) NVX_REQUIRES(_lock);
   void tell(HTTPSessionDelegate& delegate, const Sending& sending);
   void tell(HTTPSessionDelegate& delegate, const Question& question);
+  void tell(HTTPSessionDelegate& delegate, const Becoming&);
+  void tell(HTTPSessionDelegate& delegate, const Resumed& resumed);
+  void tell(HTTPSessionDelegate& delegate, const Writing& writing);
   void tell(HTTPSessionDelegate& delegate, const Data& data);
+  void tell(HTTPSessionDelegate& delegate, const Downloaded&);
   void tell(HTTPSessionDelegate& delegate, const Completion& completion);
   void storeCookies(const HTTPHeaders& fields);
   void complete();
+  void bytesTaken(size_t count);
   template <class... Arguments>
   std::function<void(Arguments...)> answer(void (HTTPTask::*take)(uint64_t, Arguments...));
 
@@ -126,6 +144,16 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   void answeredChallenge(uint64_t question, AuthChallengeDisposition disposition, URLCredentialRef credential);
   void answeredStream(uint64_t question, std::shared_ptr<InputStream> stream);
   std::shared_ptr<TransferSource> leaveTransfer() NVX_REQUIRES(_lock);
+
+  // Downloading. (HTTPTask+Download.cc)
+  void acceptDownload(const URLResponse& response) NVX_REQUIRES(_lock);
+  bool hasFileWork() const NVX_REQUIRES(_lock);
+  void beginWithPart();
+  void workOnFile();
+  void write(const Data& piece);
+  void closeFile();
+  Data keepPart(const std::string& validator);
+  void failOnFile(const Error& error);
 
   const std::shared_ptr<CurlSession> _session;
   const TaskKind _kind;
@@ -163,6 +191,22 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   std::optional<Error> _outcome NVX_GUARDED_BY(_lock);
   bool _isCancelled NVX_GUARDED_BY(_lock) = false;
   bool _deliveryIsPosted NVX_GUARDED_BY(_lock) = false;
+
+  // A download. Its file is worked on where that may wait, one step after another.
+  bool _isDownload NVX_GUARDED_BY(_lock);
+  bool _becomesDownload NVX_GUARDED_BY(_lock) = false;  ///< That is still to be told.
+  HTTPSessionTaskRef _view NVX_GUARDED_BY(_lock);
+  std::unique_ptr<ResumeData> _part NVX_GUARDED_BY(_lock);
+  std::optional<Resumed> _resumed NVX_GUARDED_BY(_lock);
+  Writing _writing NVX_GUARDED_BY(_lock);
+  std::string _validator NVX_GUARDED_BY(_lock);
+  std::function<void(Data)> _resumeDataHandler NVX_GUARDED_BY(_lock);
+  bool _fileStartsAnew NVX_GUARDED_BY(_lock) = false;
+  bool _fileWorkIsPosted NVX_GUARDED_BY(_lock) = false;
+  bool _needsClosing NVX_GUARDED_BY(_lock);  ///< Before the end is told.
+  bool _fileIsClosed NVX_GUARDED_BY(_lock) = false;
+  bool _downloadIsTold NVX_GUARDED_BY(_lock) = false;
+  DownloadFile _file;
 };
 
 }  // namespace nvxcore
