@@ -229,7 +229,7 @@ FakeHTTPTaskRef FakeHTTPSession::makeTask(TaskKind kind, const URLRequest& reque
   if (_service.makesNoTask || wasInvalidated()) return nullptr;
   auto self = std::static_pointer_cast<FakeHTTPSession>(shared_from_this());
   Lock lock(_service._lock);
-  auto task = std::make_shared<FakeHTTPTask>(self, kind, request, _service._tasks.size() + 1);
+  auto task = std::make_shared<FakeHTTPTask>(self, kind, request, ++_service._taskCount);
   _service._tasks.push_back(task);
   return task;
 }
@@ -301,6 +301,12 @@ std::vector<FakeHTTPTaskRef> FakeHTTPSessionService::tasks() const {
 FakeHTTPTaskRef FakeHTTPSessionService::lastTask() const {
   Lock lock(_lock);
   return _tasks.empty() ? nullptr : _tasks.back();
+}
+
+void FakeHTTPSessionService::forgetTasks() {
+  std::vector<FakeHTTPTaskRef> tasks;
+  Lock lock(_lock);
+  _tasks.swap(tasks);
 }
 
 std::vector<std::shared_ptr<FakeHTTPSession>> FakeHTTPSessionService::sessions() const {

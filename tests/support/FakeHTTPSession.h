@@ -123,12 +123,15 @@ class FakeHTTPSessionService : public HTTPSessionService {
                                           QueueRef delegateQueue) override;
   std::vector<FakeHTTPTaskRef> tasks() const;
   FakeHTTPTaskRef lastTask() const;
+  /// For long runs: lets go of the tasks made so far.
+  void forgetTasks();
   std::vector<std::shared_ptr<FakeHTTPSession>> sessions() const;
 
  private:
   friend class FakeHTTPSession;
   mutable Mutex _lock;
   std::vector<FakeHTTPTaskRef> _tasks NVX_GUARDED_BY(_lock);
+  uint64_t _taskCount NVX_GUARDED_BY(_lock) = 0;
   std::vector<std::shared_ptr<FakeHTTPSession>> _sessions NVX_GUARDED_BY(_lock);
 };
 
