@@ -100,7 +100,7 @@ void FakeHTTPTask::pullBody(std::function<void(Data)> done) {
   post([self = shared_from_this(), done](HTTPSessionDelegate& delegate) {
     delegate.taskNeedNewBodyStream(self, [self, done](const std::shared_ptr<InputStream>& stream) {
       if (!stream) return done(Data());
-      Queue::blocking()->post([self, done, stream] {
+      self->_session->_bodyQueue->post([self, done, stream] {
         MutableData bytes;
         uint8_t buffer[64];
         int64_t count;

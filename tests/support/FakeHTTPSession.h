@@ -104,6 +104,8 @@ class FakeHTTPSession : public HTTPSession {
 
   FakeHTTPSessionService& _service;
   const QueueRef _delegateQueue;
+  /// Bodies are pulled one after another, so that what a test sees of them repeats.
+  const QueueRef _bodyQueue = Queue::serial("fake.bodies");
   mutable Mutex _lock;
   std::shared_ptr<HTTPSessionDelegate> _delegate NVX_GUARDED_BY(_lock);
   bool _wasInvalidated NVX_GUARDED_BY(_lock) = false;
