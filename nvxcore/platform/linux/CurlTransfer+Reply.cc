@@ -11,7 +11,8 @@ namespace nvxcore {
 
 namespace {
 
-constexpr size_t kLongestHead = 512 << 10;
+/// Below libcurl's own limit, which it tells as a connection that broke.
+constexpr size_t kLongestHead = 256 << 10;
 
 std::string_view trimmed(std::string_view text) {
   const size_t first = text.find_first_not_of(" \t\r\n");

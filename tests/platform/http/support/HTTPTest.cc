@@ -1,5 +1,7 @@
 #include "tests/platform/http/support/HTTPTest.h"
 
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "nvxcore/platform/Platform.h"
@@ -41,6 +43,12 @@ HTTPSessionRef HTTPTest::makeSession(const HTTPSessionConfiguration& settings) {
   _sessions.push_back(
       Platform::current().httpSessionService->sessionWithConfiguration(settings, delegate, delegate->queue));
   return _sessions.back();
+}
+
+bool HTTPTest::eventually(const std::function<bool()>& condition) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition() && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+  return condition();
 }
 
 URLRequest HTTPTest::request(std::string_view url, std::string_view method, std::string_view body) {

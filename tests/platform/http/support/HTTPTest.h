@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ class HTTPTest : public NVXTest {
     return task;
   }
   TaskRecord finished(const HTTPSessionTaskRef& task) { return delegate->finished(task); }
+
+  /// Waits until the condition holds; false when that takes many seconds.
+  bool eventually(const std::function<bool()>& condition);
 
   /// Changed by a test before its first request.
   HTTPSessionConfiguration configuration;
