@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
 #include <utility>
@@ -17,6 +18,11 @@ struct Data::Block {
   const uint8_t* bytes = nullptr;
   size_t length = 0;
   void (*destroy)(Block*) = nullptr;
+};
+
+struct Data::Slice : Data::Block {
+  static void end(Block* dead) { delete static_cast<Slice*>(dead); }
+  Data whole;
 };
 
 namespace {
@@ -100,14 +106,12 @@ Data Data::slice(size_t offset, size_t count) const {
   offset = std::min(offset, _block->length);
   count = std::min(count, _block->length - offset);
   if (count == _block->length) return *this;
-  struct Slice : Block {
-    Data whole;
-  };
   auto block = std::make_unique<Slice>();
   block->bytes = _block->bytes + offset;
   block->length = count;
-  block->whole = *this;
-  block->destroy = [](Block* dead) { delete static_cast<Slice*>(dead); };
+  // A slice of a slice holds the buffer itself, or their chain would be destroyed link within link.
+  block->whole = _block->destroy == &Slice::end ? static_cast<Slice*>(_block)->whole : *this;
+  block->destroy = &Slice::end;
   return Data(block.release());
 }
 
@@ -144,7 +148,16 @@ void MutableData::grow(size_t needed) {
 }
 
 void MutableData::append(const void* bytes, size_t length) {
-  if (length) std::memcpy(extend(length), bytes, length);
+  if (!length) return;
+  const auto* source = static_cast<const uint8_t*>(bytes);
+  const std::less<const uint8_t*> before;
+  if (_capacity - _length < length && !before(source, _bytes) && before(source, _bytes + _length)) {
+    // Its own bytes, which move as it grows.
+    const auto offset = static_cast<size_t>(source - _bytes);
+    grow(_length + length);
+    source = _bytes + offset;
+  }
+  std::memcpy(extend(length), source, length);
 }
 
 uint8_t* MutableData::extend(size_t length) {

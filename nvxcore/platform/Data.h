@@ -52,6 +52,7 @@ class NVXCORE_EXPORT Data {
 
  private:
   struct Block;
+  struct Slice;
   explicit Data(Block* block) : _block(block) {}
   static void drop(Block* block) noexcept;
   Block* _block = nullptr;
@@ -80,6 +81,7 @@ class NVXCORE_EXPORT MutableData {
 
   /// Throws std::bad_alloc where there is no room, with nothing changed.
   void reserve(size_t capacity);
+  /// The bytes may be its own.
   void append(const void* bytes, size_t length);
   void append(std::string_view bytes) { append(bytes.data(), bytes.size()); }
   /// Adds `length` bytes that are not set, and answers where they begin.

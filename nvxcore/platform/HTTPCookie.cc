@@ -48,6 +48,11 @@ int64_t daysFromCivil(int64_t year, int month, int day) {
   return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
 }
 
+int daysOfMonth(int year, int month) {
+  if (month == 2) return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0 ? 29 : 28;
+  return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+}
+
 /// RFC 6265, 5.1.1: a lenient reader that takes day, month, year and time from tokens in any order.
 std::optional<Date> parseCookieDate(std::string_view text) {
   static constexpr std::array<std::string_view, 12> kMonths = {"jan", "feb", "mar", "apr", "may", "jun",
@@ -100,7 +105,8 @@ std::optional<Date> parseCookieDate(std::string_view text) {
   if (!hour || !day || !month || !year) return std::nullopt;
   if (*year >= 70 && *year <= 99) *year += 1900;
   if (*year >= 0 && *year <= 69) *year += 2000;
-  if (*day < 1 || *day > 31 || *year < 1601 || *hour > 23 || *minute > 59 || *second > 59)
+  if (*year < 1601 || *day < 1 || *day > daysOfMonth(*year, *month) || *hour > 23 || *minute > 59 ||
+      *second > 59)
     return std::nullopt;
   const int64_t seconds = daysFromCivil(*year, *month, *day) * 86400 + *hour * 3600 + *minute * 60 + *second;
   return Date::withTimeIntervalSince1970(static_cast<double>(seconds));
@@ -125,7 +131,14 @@ std::string defaultPath(const std::string& requestPath) {
   return requestPath.substr(0, slash);
 }
 
+/// A line break, say, would forge another field when the cookie is sent back.
+bool hasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7F; });
+}
+
 std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const URL& url, Date now) {
+  if (hasControlCharacter(field)) return std::nullopt;
   const std::string host = lowered(url.host());
   std::string_view pair = field.substr(0, field.find(';'));
   std::string_view attributes = field.substr(pair.size());
@@ -158,12 +171,15 @@ std::optional<HTTPCookie::Parts> parseSetCookie(std::string_view field, const UR
       cookie.expiresDate = now.addingTimeInterval(static_cast<double>(seconds > 0 ? seconds : -1));
     } else if (name == "domain" && !value.empty()) {
       if (value.front() == '.') value.remove_prefix(1);
+      if (value.empty()) continue;
       const std::string domain = lowered(value);
       // A domain of one label would cover everybody below it.
       if (!domainMatches(host, domain) || (domain.find('.') == std::string::npos && domain != host)) {
         return std::nullopt;
       }
-      cookie.domain = isIPAddress(domain) ? domain : "." + domain;
+      // An address and a host without a dot have nobody below them.
+      const bool isHostOnly = isIPAddress(domain) || domain.find('.') == std::string::npos;
+      cookie.domain = isHostOnly ? domain : "." + domain;
     } else if (name == "path") {
       if (!value.empty() && value.front() == '/') cookie.path = value;
     } else if (name == "secure") {

@@ -20,7 +20,10 @@ class DataInputStream final : public InputStream {
   explicit DataInputStream(Data data) : _data(std::move(data)) {}
 
   void open() override {}
-  void close() override { _data = {}; }
+  void close() override {
+    _data = {};
+    _offset = 0;
+  }
   int64_t read(uint8_t* buffer, size_t maxLength) override {
     const size_t count = std::min(maxLength, _data.length() - _offset);
     if (count) std::memcpy(buffer, _data.bytes() + _offset, count);
@@ -40,6 +43,7 @@ class FileInputStream final : public InputStream {
   ~FileInputStream() override { close(); }
 
   void open() override {
+    close();
     _descriptor = ::open(_file.fileSystemPath().c_str(), O_RDONLY | O_CLOEXEC);
     if (_descriptor < 0) fail(errno);
   }
@@ -59,7 +63,7 @@ class FileInputStream final : public InputStream {
 
  private:
   void fail(int number) {
-    const int64_t code = number == ENOENT                       ? kFileReadNoSuchFileError
+    const int64_t code = number == ENOENT                      ? kFileReadNoSuchFileError
                          : number == EACCES || number == EPERM ? kFileReadNoPermissionError
                                                                : kFileReadUnknownError;
     _error = Error(kCocoaErrorDomain, code,

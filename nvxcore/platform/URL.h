@@ -37,7 +37,7 @@ class NVXCORE_EXPORT URL {
   const std::string& query() const;
   const std::string& fragment() const;
   bool isFileURL() const;
-  /// The decoded path of a file URL, else empty.
+  /// The decoded path of a file URL, else empty; empty too when it can't be the name of a file.
   std::string fileSystemPath() const;
 
   /// The URL that `reference` names when it stands in a document at this URL (RFC 3986, 5.2).

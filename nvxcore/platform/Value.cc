@@ -20,6 +20,22 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
   return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
+/// `text` from the number at its start: without blanks before it, and without a plus sign.
+std::string_view numberText(std::string_view text) {
+  text = withoutLeadingBlanks(text);
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  return text;
+}
+
+/// What a text that no double has room for stands for: nought, or the infinity of its sign.
+double outOfRangeNumber(std::string_view text) {
+  const double sign = text.starts_with('-') ? -1.0 : 1.0;
+  const size_t exponent = text.find_first_of("eE");
+  const bool isTiny = exponent == std::string_view::npos ? text.find_first_of("123456789") > text.find('.')
+                                                         : text.substr(exponent + 1).starts_with('-');
+  return sign * (isTiny ? 0.0 : std::numeric_limits<double>::infinity());
+}
+
 }  // namespace
 
 Value::Value(Dictionary value) : _value(std::make_shared<const Dictionary>(std::move(value))) {}
@@ -55,8 +71,7 @@ int64_t Value::integerValue() const {
   }
   if (auto* value = std::get_if<double>(&_value)) return clampToInt64(*value);
   if (auto* value = std::get_if<std::string>(&_value)) {
-    std::string_view text = withoutLeadingBlanks(*value);
-    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    const std::string_view text = numberText(*value);
     int64_t number = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc::result_out_of_range) {
@@ -71,9 +86,10 @@ double Value::doubleValue() const {
   if (auto* value = std::get_if<double>(&_value)) return *value;
   if (auto* value = std::get_if<uint64_t>(&_value)) return static_cast<double>(*value);
   if (auto* value = std::get_if<std::string>(&_value)) {
-    std::string_view text = withoutLeadingBlanks(*value);
+    const std::string_view text = numberText(*value);
     double number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc::result_out_of_range) number = outOfRangeNumber({text.data(), end});
     return number;
   }
   return static_cast<double>(integerValue());

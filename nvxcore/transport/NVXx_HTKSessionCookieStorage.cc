@@ -69,7 +69,11 @@ std::optional<std::vector<HTTPCookie>> NVXx_HTKSessionCookieStorage::cookiesForU
   removeExpiredCookies();
   for (const HTTPCookie& cookie : _cookies) {
     if (!domainMatches(cookie, local, dotted)) continue;
-    if (cookie.path() != "/" && !url.path().starts_with(cookie.path())) continue;
+    // Servers write a path as it stands in a URL, others as it reads.
+    if (cookie.path() != "/" && !url.path().starts_with(cookie.path()) &&
+        !url.encodedPath().starts_with(cookie.path())) {
+      continue;
+    }
     if (cookie.isSecure() && !isSecure) continue;
     found.push_back(cookie);
   }

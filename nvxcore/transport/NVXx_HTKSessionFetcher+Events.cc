@@ -1,5 +1,6 @@
 // What happens on each event of a transfer.
 
+#include <atomic>
 #include <utility>
 
 #include "nvxcore/platform/Files.h"
@@ -67,12 +68,19 @@ void NVXx_HTKSessionFetcher::dataTaskDidReceiveResponse(const HTTPSessionTaskRef
                                                         const URLResponse& response,
                                                         ResponseDispositionHandler completionHandler) {
   setSessionTask(task);
-  ResponseDispositionHandler proceed = [self = shared_from_this(), answer = std::move(completionHandler)](
+  ResponseDispositionHandler proceed = [self = shared_from_this(), answer = std::move(completionHandler),
+                                        isAnswered = std::make_shared<std::atomic<bool>>(false)](
                                            ResponseDisposition disposition) {
+    // A second answer would take away what has come since the first.
+    if (isAnswered->exchange(true)) return;
+    DownloadBuffer dropped;
     {
       Lock lock(self->_fields->lock);
       const int64_t oldLength = std::exchange(self->_fields->_downloadedLength, 0);
-      self->_fields->_downloadedData.clear();
+      if (self->_fields->_downloadedData.data()) {
+        std::swap(dropped, self->_fields->_downloadedData);
+        self->_fields->_downloadedData.begin();
+      }
       if (disposition == ResponseDisposition::Allow && oldLength > 0 && self->_fields->_accumulateDataBlock) {
         // The consumer is to drop what it has. Queued under the lock, so that it comes before the new body.
         self->queueAccumulated(Data());
@@ -189,17 +197,19 @@ void NVXx_HTKSessionFetcher::taskDidCompleteWithError(const HTTPSessionTaskRef& 
   const int status = statusCode();
   Error failure = error;
   HTTPSessionRef sessionToInvalidate;
+  bool isSimulated;
   {
     Lock lock(_fields->lock);
-    // A simulated fetch finishes by itself.
-    if (_fields->_isUsingTestBlock) return;
+    isSimulated = _fields->_isUsingTestBlock;
+    if (isSimulated) _fields->_sessionTask.reset();
     if (!failure) failure = _fields->_downloadFinishedError;
-    if (!failure && status < 300) _fields->_bodyLength = task->countOfBytesSent();
+    if (!isSimulated && !failure && status < 300) _fields->_bodyLength = task->countOfBytesSent();
     // Also after a success: a cancel may have come too late.
     sessionToInvalidate.swap(_fields->_sessionNeedingInvalidation);
   }
   if (sessionToInvalidate) sessionToInvalidate->finishTasksAndInvalidate();
-  finishWithError(std::move(failure));
+  // A simulated fetch finishes by itself.
+  if (!isSimulated) finishWithError(std::move(failure));
 }
 
 void NVXx_HTKSessionFetcher::sessionDidFinishEventsForBackgroundURLSession(const HTTPSessionRef&) {}

@@ -113,11 +113,15 @@ bool NVXx_HTKSessionFetcher::isFetching() const {
 }
 
 URLResponse NVXx_HTKSessionFetcher::response() const {
-  Lock lock(_fields->lock);
-  if (_fields->_sessionTask) {
-    if (URLResponse response = _fields->_sessionTask->response()) return response;
+  HTTPSessionTaskRef task;
+  URLResponse kept;
+  {
+    Lock lock(_fields->lock);
+    task = _fields->_sessionTask;
+    kept = _fields->_response;
   }
-  return _fields->_response;
+  URLResponse current = task ? task->response() : URLResponse();
+  return current ? current : kept;
 }
 
 int NVXx_HTKSessionFetcher::statusCode() const { return response().statusCode(); }
@@ -170,7 +174,9 @@ int64_t NVXx_HTKSessionFetcher::bodyLength() {
   }
   const int64_t length = fileSize(file).value_or(kUnknownTransferSize);
   Lock lock(_fields->lock);
-  return _fields->_bodyLength = length;
+  // The transfer may have ended meanwhile, and tell better.
+  if (_fields->_bodyLength == kUnknownTransferSize) _fields->_bodyLength = length;
+  return _fields->_bodyLength;
 }
 
 Data NVXx_HTKSessionFetcher::downloadedData() const {
@@ -179,8 +185,10 @@ Data NVXx_HTKSessionFetcher::downloadedData() const {
 }
 
 void NVXx_HTKSessionFetcher::setDownloadedData(Data data) {
+  DownloadBuffer buffer;
+  buffer.assign(std::move(data));
   Lock lock(_fields->lock);
-  _fields->_downloadedData.assign(std::move(data));
+  std::swap(buffer, _fields->_downloadedData);
 }
 
 void NVXx_HTKSessionFetcher::setCallbackQueue(QueueRef queue) {
@@ -246,7 +254,9 @@ void NVXx_HTKSessionFetcher::setCookieStorageMethod(int64_t method) {
 }
 
 void NVXx_HTKSessionFetcher::setProperty(Value value, std::string_view key) {
+  Dictionary previous;
   Lock lock(_fields->lock);
+  previous = _fields->_properties;
   if (value) {
     _fields->_properties.set(key, std::move(value));
   } else {
@@ -260,7 +270,9 @@ Value NVXx_HTKSessionFetcher::propertyForKey(std::string_view key) const {
 }
 
 void NVXx_HTKSessionFetcher::addPropertiesFromDictionary(const Dictionary& properties) {
+  Dictionary previous;
   Lock lock(_fields->lock);
+  previous = _fields->_properties;
   for (const auto& [key, value] : properties) _fields->_properties.set(key, value);
 }
 

@@ -87,6 +87,9 @@ void NVXx_HTKSessionFetcher::simulateDataCallbacks(const Data& bodyData, const U
     receivedProgress = _fields->_receivedProgressBlock;
     willCache = _fields->_willCacheURLResponseBlock;
     delegateQueue = _fields->_delegateQueue;
+    if (_fields->_userStoppedFetching) return;
+    // Before anything is queued, so that the handlers find the status.
+    _fields->_response = response;
   }
   const URL url = request ? request->url : URL();
   if (willRedirect) {
@@ -129,10 +132,6 @@ void NVXx_HTKSessionFetcher::simulateDataCallbacks(const Data& bodyData, const U
       invokeOnCallbackQueueAfterUserStopped(
           true, [willCache, cached] { willCache(cached, [](std::optional<CachedURLResponse>) {}); });
     }
-  }
-  {
-    Lock lock(_fields->lock);
-    _fields->_response = response;
   }
   delegateQueue->post([self, error] {
     const bool passes = !error || (error.code() >= 200 && error.code() <= 399);

@@ -9,6 +9,7 @@
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Threading.h"
 #include "nvxcore/platform/URLErrors.h"
+#include "nvxcore/platform/internal/Deadline.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/NVXx_HTKSessionFetcherFields.h"
 
@@ -27,8 +28,14 @@ void NVXx_HTKSessionFetcher::failToBeginFetchWithError(const Error& error) {
   releaseCallbacks();
   if (service) service->fetcherDidStop(shared_from_this());
   AuthorizerRef authorizer;
-  Lock lock(_fields->lock);
-  _fields->_authorizer.swap(authorizer);
+  HTTPSessionRef unused;
+  {
+    Lock lock(_fields->lock);
+    _fields->_authorizer.swap(authorizer);
+    // Of a second begin, the session is at work for the first.
+    if (_fields->_shouldInvalidateSession && !_fields->_sessionTask) unused.swap(_fields->_session);
+  }
+  if (unused) unused->finishTasksAndInvalidate();
 }
 
 void NVXx_HTKSessionFetcher::finishWithError(Error error) {
@@ -40,7 +47,7 @@ void NVXx_HTKSessionFetcher::finishWithError(Error error) {
     QueueRef callbackQueue;
     {
       Lock lock(_fields->lock);
-      data = _fields->_downloadedData.data();
+      if (!_fields->_downloadedData.empty()) data = _fields->_downloadedData.data();
       if (error) resumeDataBlock.swap(_fields->_resumeDataBlock);
       callbackQueue = _fields->_callbackQueue;
     }
@@ -70,15 +77,16 @@ Error NVXx_HTKSessionFetcher::placeDownloadedData(const URL& destination) {
     Lock lock(_fields->lock);
     body = _fields->_downloadedData.data();
   }
-  if (!body) return {};
+  if (body.empty()) return {};
   removeFile(destination);
   Error failure = createDirectoryWithIntermediates(destination.deletingLastPathComponent());
   if (!failure) failure = writeFileAtomically(destination, body);
+  DownloadBuffer dropped;
   Lock lock(_fields->lock);
   if (failure) {
     _fields->_downloadFinishedError = failure;
   } else {
-    _fields->_downloadedData.clear();
+    std::swap(dropped, _fields->_downloadedData);
   }
   return failure;
 }
@@ -217,38 +225,23 @@ void NVXx_HTKSessionFetcher::postNotificationOnMainThread(const char* name, Dict
 }
 
 void NVXx_HTKSessionFetcher::beginBackgroundTask() {
-  std::shared_ptr<BackgroundTasks> application = Fields::fetcherUIApplication();
   {
     Lock lock(_fields->lock);
-    if (!application || _fields->_skipBackgroundTask || _fields->_userRequestedBackgroundSession) return;
+    if (_fields->_skipBackgroundTask || _fields->_userRequestedBackgroundSession) return;
   }
-  auto granted = std::make_shared<std::atomic<BackgroundTaskIdentifier>>(kInvalidBackgroundTask);
-  std::weak_ptr<NVXx_HTKSessionFetcher> weakSelf = weak_from_this();
-  const BackgroundTaskIdentifier task =
-      application->begin("HTKSessionFetcher", [granted, weakSelf, application] {
-        const BackgroundTaskIdentifier expired = granted->exchange(kInvalidBackgroundTask);
-        if (expired == kInvalidBackgroundTask) return;
-        if (FetcherRef self = weakSelf.lock()) {
-          Lock lock(self->_fields->lock);
-          if (self->_fields->_backgroundTaskIdentifier == expired) {
-            self->_fields->_backgroundTaskIdentifier = kInvalidBackgroundTask;
-          }
-        }
-        application->end(expired);
-      });
-  *granted = task;
+  std::shared_ptr<BackgroundGrant> grant =
+      BackgroundGrant::begin(Fields::fetcherUIApplication(), "HTKSessionFetcher");
   Lock lock(_fields->lock);
-  _fields->_backgroundTaskIdentifier = task;
+  _fields->_backgroundGrant.swap(grant);
 }
 
 void NVXx_HTKSessionFetcher::endBackgroundTask() {
-  BackgroundTaskIdentifier task;
+  std::shared_ptr<BackgroundGrant> grant;
   {
     Lock lock(_fields->lock);
-    task = std::exchange(_fields->_backgroundTaskIdentifier, kInvalidBackgroundTask);
+    grant.swap(_fields->_backgroundGrant);
   }
-  if (task == kInvalidBackgroundTask) return;
-  if (std::shared_ptr<BackgroundTasks> application = Fields::fetcherUIApplication()) application->end(task);
+  if (grant) grant->end();
 }
 
 void NVXx_HTKSessionFetcher::invokeOnCallbackQueue(const QueueRef& queue, bool afterUserStopped, Task block) {
@@ -291,18 +284,20 @@ bool NVXx_HTKSessionFetcher::waitForCompletionWithTimeout(TimeInterval timeout) 
   constexpr TimeInterval kGroupWait = 0.1;
   constexpr TimeInterval kTurn = 0.001;
   Threading& threading = *Platform::current().threading;
-  const int64_t deadline = threading.monotonicNanos() + static_cast<int64_t>(timeout * 1e9);
+  const int64_t deadline = deadlineAfter(threading.monotonicNanos(), timeout);
   const QueueRef main = Queue::main();
   std::unique_ptr<Parker> parker;
   for (;;) {
     bool over;
     bool onMainQueue;
+    HTTPSessionTaskRef task;
     {
       Lock lock(_fields->lock);
-      over = !_fields->_completionHandler &&
-             (!_fields->_sessionTask || _fields->_sessionTask->state() == TaskState::Completed);
+      over = !_fields->_completionHandler;
+      task = _fields->_sessionTask;
       onMainQueue = !_fields->_callbackQueue || _fields->_callbackQueue == main;
     }
+    if (over && task) over = task->state() == TaskState::Completed;
     const bool turns = main->isCurrent() && onMainQueue;
     if (over && _fields->_callbackGroup.wait(turns ? 0 : kGroupWait)) return true;
     if (threading.monotonicNanos() >= deadline) return false;
@@ -310,7 +305,7 @@ bool NVXx_HTKSessionFetcher::waitForCompletionWithTimeout(TimeInterval timeout) 
       Platform::current().mainLoop->turn(kTurn);
     } else {
       if (!parker) parker = threading.makeParker();
-      parker->parkUntil(threading.monotonicNanos() + static_cast<int64_t>(kTurn * 1e9));
+      parker->parkUntil(deadlineAfter(threading.monotonicNanos(), kTurn));
     }
   }
 }

@@ -60,17 +60,25 @@ TimeInterval randomRetryInterval() {
 }
 
 bool appAllowsInsecureRequests() {
-  // The facts are constant while they are in force, so what they say is found out once.
-  static std::atomic<const ApplicationFacts*> askedFacts{nullptr};
-  static std::atomic<bool> answer{false};
+  // The facts are constant while they are in force, so what they say is found out once. Those that were asked
+  // are held, or others could come to lie at their address.
+  struct Answer {
+    std::shared_ptr<ApplicationFacts> facts;
+    bool allows = false;
+  };
+  static auto* mutex = new Mutex;
+  static auto* known = new Answer;
   const std::shared_ptr<ApplicationFacts> facts = Platform::current().application;
-  if (askedFacts.load() != facts.get()) {
-    const Dictionary info = facts->infoDictionary();
-    const Dictionary* security = info.get("NSAppTransportSecurity").dictionary();
-    answer = security && security->get("NSAllowsArbitraryLoads").boolValue();
-    askedFacts = facts.get();
+  {
+    Lock lock(*mutex);
+    if (known->facts == facts) return known->allows;
   }
-  return answer;
+  const Dictionary info = facts->infoDictionary();
+  const Dictionary* security = info.get("NSAppTransportSecurity").dictionary();
+  Answer answer{facts, security && security->get("NSAllowsArbitraryLoads").boolValue()};
+  Lock lock(*mutex);
+  std::swap(*known, answer);
+  return known->allows;
 }
 
 FetcherRef NVXx_HTKSessionFetcher::fetcherWithRequest(const URLRequest& request) {
@@ -140,32 +148,53 @@ void NVXx_HTKSessionFetcher::beginFetchMayDelay(bool mayDelay, bool /*mayAuthori
     if (_fields->_request) url = _fields->_request->url;
     if (!_fields->_initialBeginFetchDate) _fields->_initialBeginFetchDate = nextFetchMoment();
   }
+  if (endsAsStopped()) return;
   if (Error error = checkMayBegin(url)) return failToBeginFetchWithError(error);
-  obtainSession();
+  if (Error error = obtainSession(url)) return failToBeginFetchWithError(error);
 
   FetcherServiceProtocolRef service;
+  DownloadBuffer dropped;
   bool mayWait;
   {
     Lock lock(_fields->lock);
-    _fields->_downloadedData.clear();
+    std::swap(dropped, _fields->_downloadedData);
     _fields->_downloadedLength = 0;
     service = _fields->_service;
     mayWait = mayDelay && _fields->_servicePriority != kServicePriorityNeverDelay;
   }
-  if (mayWait && service && !service->fetcherShouldBeginFetching(self)) return dropSharedSession();
-
+  if (mayWait && service && !service->fetcherShouldBeginFetching(self)) {
+    dropSharedSession();
+    endsAsStopped();
+    return;
+  }
   const TaskPlan plan = planTask();
   const HTTPSessionTaskRef task = makeTask(plan);
   if (!task) {
     return failToBeginFetchWithError(beginError(kHTKSessionFetcherErrorTaskCreationFailed, url));
   }
+  std::string description;
+  float priority;
   {
     Lock lock(_fields->lock);
     _fields->_sessionTask = task;
-    task->setTaskDescription(_fields->_taskDescription);
-    if (_fields->_taskPriority >= 0) task->setPriority(_fields->_taskPriority);
+    if (!plan.isFileTransfer() && !_fields->_accumulateDataBlock) _fields->_downloadedData.begin();
+    description = _fields->_taskDescription;
+    priority = _fields->_taskPriority;
   }
+  task->setTaskDescription(std::move(description));
+  if (priority >= 0) task->setPriority(priority);
   startTask(task);
+}
+
+// A stop that came while the fetch was being set up did not see all of it, so it is done over. Any later one
+// does.
+bool NVXx_HTKSessionFetcher::endsAsStopped() {
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_userStoppedFetching) return false;
+  }
+  stopFetchReleasingCallbacks(true);
+  return true;
 }
 
 Error NVXx_HTKSessionFetcher::checkMayBegin(const URL& url) {
@@ -210,13 +239,13 @@ Error NVXx_HTKSessionFetcher::checkScheme(const URL& url) {
   return beginError(kHTKSessionFetcherErrorInsecureRequest, url);
 }
 
-void NVXx_HTKSessionFetcher::obtainSession() {
+Error NVXx_HTKSessionFetcher::obtainSession(const URL& url) {
   FetcherServiceProtocolRef service;
   {
     Lock lock(_fields->lock);
     if (!_fields->_cookieStorage) _fields->_cookieStorage = staticCookieStorage();
     _fields->_canShareSession = !_fields->_usingBackgroundSession;
-    if (_fields->_session) return;
+    if (_fields->_session) return {};
     if (_fields->_canShareSession) service = _fields->_service;
   }
   if (service) {
@@ -225,7 +254,7 @@ void NVXx_HTKSessionFetcher::obtainSession() {
     if (shared) {
       Lock lock(_fields->lock);
       _fields->_session = std::move(shared);
-      return;
+      return {};
     }
   }
   struct Report {
@@ -239,7 +268,16 @@ void NVXx_HTKSessionFetcher::obtainSession() {
     Lock lock(_fields->lock);
     report.service = _fields->_service;
   }
-  makeSession();
+  // What throws here is host code, and often on a queue that nobody could catch it on.
+  try {
+    makeSession();
+    return {};
+  } catch (const std::exception& thrown) {
+    NVXCLog("No session could be made for %s: %s", description().c_str(), thrown.what());
+  } catch (...) {
+    NVXCLog("No session could be made for %s", description().c_str());
+  }
+  return beginError(kHTKSessionFetcherErrorInvalidState, url);
 }
 
 void NVXx_HTKSessionFetcher::makeSession() {
@@ -251,7 +289,10 @@ void NVXx_HTKSessionFetcher::makeSession() {
   bool canShare;
   {
     Lock lock(_fields->lock);
-    if (!_fields->_configuration) {
+    if (_fields->_configuration) {
+      // Others may make a session of the caller's at this moment.
+      _fields->_configuration = std::make_shared<HTTPSessionConfiguration>(*_fields->_configuration);
+    } else {
       _fields->_configuration = HTTPSessionConfiguration::ephemeral();
       _fields->_configuration->tlsMinimumSupportedProtocol = kTLSProtocol12;
       if (_fields->_usingBackgroundSession) _fields->_canShareSession = false;
@@ -275,8 +316,15 @@ void NVXx_HTKSessionFetcher::makeSession() {
 }
 
 void NVXx_HTKSessionFetcher::dropSharedSession() {
-  Lock lock(_fields->lock);
-  if (_fields->_canShareSession) _fields->_session.reset();
+  HTTPSessionRef dropped;
+  bool isOwn;
+  {
+    Lock lock(_fields->lock);
+    if (!_fields->_canShareSession) return;
+    dropped.swap(_fields->_session);
+    isOwn = std::exchange(_fields->_shouldInvalidateSession, false);
+  }
+  if (dropped && isOwn) dropped->finishTasksAndInvalidate();
 }
 
 NVXx_HTKSessionFetcher::TaskPlan NVXx_HTKSessionFetcher::planTask() {
@@ -291,7 +339,7 @@ NVXx_HTKSessionFetcher::TaskPlan NVXx_HTKSessionFetcher::planTask() {
   if (request) {
     const std::optional<std::string> override = request->headers.value("X-HTTP-Method-Override");
     const std::string method = override ? *override : request->method;
-    plan.isGet = method.empty() || method == "GET";
+    plan.isGet = method == "GET" || (!override && method.empty());
     if (plan.bodyData || plan.hasBodyStream || request->bodyStream) {
       if (plan.isGet) request->method = "POST";
       plan.isGet = false;
@@ -374,6 +422,7 @@ void NVXx_HTKSessionFetcher::startTask(const HTTPSessionTaskRef& task) {
   }
   postNotificationOnMainThread(NVXx_kHTKSessionFetcherStartedNotification, {}, false);
   if (service) service->fetcherDidBeginFetching(shared_from_this());
+  if (endsAsStopped()) return;
   if (isSimulated) {
     simulateFetchForTestBlock();
   } else {

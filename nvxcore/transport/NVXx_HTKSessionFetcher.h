@@ -44,7 +44,7 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcher : public HTTPSessionDelegate,
   ~NVXx_HTKSessionFetcher() override;
 
   /// Begins, now or when the service has room for the host. `handler` is called once with the body, unless it
-  /// went elsewhere or is empty, and the error; never after `stopFetching`.
+  /// went elsewhere, and the error; never after `stopFetching`. With an error an empty body is nothing.
   void beginFetchWithCompletionHandler(FetcherCompletionHandler handler);
   /// As above, for a target that the fetcher holds until it drops its handlers.
   void beginFetchWithDelegate(std::shared_ptr<void> target,
@@ -232,9 +232,10 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcher : public HTTPSessionDelegate,
 
   Error checkMayBegin(const URL& url);
   Error checkScheme(const URL& url);
-  void obtainSession();
+  Error obtainSession(const URL& url);
   void makeSession();
   void dropSharedSession();
+  bool endsAsStopped();
   TaskPlan planTask();
   HTTPSessionTaskRef makeTask(const TaskPlan& plan);
   void startTask(const HTTPSessionTaskRef& task);

@@ -1,11 +1,13 @@
 // How many fetchers run against one host, who waits, and the end of all of them.
 
 #include <algorithm>
+#include <deque>
 #include <utility>
 
 #include "nvxcore/platform/MainLoop.h"
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Threading.h"
+#include "nvxcore/platform/internal/Deadline.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcherService.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcherSessionDelegateDispatcher.h"
@@ -68,6 +70,7 @@ bool NVXx_HTKSessionFetcherService::fetcherShouldBeginFetching(const FetcherRef&
   if (host.empty()) return true;
   Lock lock(_lock);
   if (contains(_runningFetchersByHost, host, fetcher)) return true;
+  if (contains(_delayedFetchersByHost, host, fetcher)) return false;
   const uint64_t limit = _maxRunningFetchersPerHost;
   const bool delays = !fetcher->isUsingBackgroundSession() && limit != 0 &&
                       numberOfNonBackgroundSessionFetchers(_runningFetchersByHost, host) >= limit;
@@ -90,9 +93,27 @@ void NVXx_HTKSessionFetcherService::fetcherDidStop(const FetcherRef& fetcher) {
     removeFetcher(_delayedFetchersByHost, *host, fetcher);
     toStart = takeFetchersToStart(*host);
   }
-  // Begin calls back into the service, so never under the lock.
-  for (const FetcherRef& next : toStart) next->beginFetchMayDelay(false, true);
+  startFetchers(std::move(toStart));
   fetcher->setServiceHost(std::nullopt);
+}
+
+void NVXx_HTKSessionFetcherService::startFetchers(std::vector<FetcherRef> fetchers) {
+  // One that fails to begin comes back here to let the next one in: a thousand of them would fill the stack.
+  static thread_local std::deque<FetcherRef>* waiting = nullptr;
+  if (waiting) {
+    waiting->insert(waiting->end(), fetchers.begin(), fetchers.end());
+    return;
+  }
+  std::deque<FetcherRef> toStart(fetchers.begin(), fetchers.end());
+  struct Turn {
+    explicit Turn(std::deque<FetcherRef>& list) { waiting = &list; }
+    ~Turn() { waiting = nullptr; }
+  } turn(toStart);
+  for (; !toStart.empty(); toStart.pop_front()) {
+    // Begin calls back into the service, so never under the lock.
+    const FetcherRef next = toStart.front();
+    next->beginFetchMayDelay(false, true);
+  }
 }
 
 std::vector<FetcherRef> NVXx_HTKSessionFetcherService::takeFetchersToStart(const std::string& host) {
@@ -186,7 +207,7 @@ bool NVXx_HTKSessionFetcherService::waitForCompletionOfAllFetchersWithTimeout(Ti
   constexpr TimeInterval kFetcherWait = 0.01;
   constexpr TimeInterval kTurn = 0.001;
   Threading& threading = *Platform::current().threading;
-  const int64_t deadline = threading.monotonicNanos() + static_cast<int64_t>(timeout * 1e9);
+  const int64_t deadline = deadlineAfter(threading.monotonicNanos(), timeout);
   const QueueRef main = Queue::main();
   const std::unique_ptr<Parker> parker = threading.makeParker();
   {
@@ -198,10 +219,10 @@ bool NVXx_HTKSessionFetcherService::waitForCompletionOfAllFetchersWithTimeout(Ti
     FetcherRef stopped;
     {
       Lock lock(_lock);
-      std::vector<FetcherRef>& waiting = *_stoppedFetchersToWaitFor;
-      if (!waiting.empty()) {
-        stopped = waiting.front();
-        waiting.erase(waiting.begin());
+      // Nothing when somebody else waited too, and was done first.
+      if (_stoppedFetchersToWaitFor && !_stoppedFetchersToWaitFor->empty()) {
+        stopped = _stoppedFetchersToWaitFor->front();
+        _stoppedFetchersToWaitFor->erase(_stoppedFetchersToWaitFor->begin());
       } else if (_runningFetchersByHost.empty() && _delayedFetchersByHost.empty()) {
         inTime = true;
         break;
@@ -212,7 +233,7 @@ bool NVXx_HTKSessionFetcherService::waitForCompletionOfAllFetchersWithTimeout(Ti
     if (main->isCurrent()) {
       Platform::current().mainLoop->turn(kTurn);
     } else {
-      parker->parkUntil(threading.monotonicNanos() + static_cast<int64_t>(kTurn * 1e9));
+      parker->parkUntil(deadlineAfter(threading.monotonicNanos(), kTurn));
     }
   }
   std::optional<std::vector<FetcherRef>> dropped;

@@ -27,18 +27,20 @@ std::shared_ptr<HTTPSessionDelegate> NVXx_HTKSessionFetcherService::sessionDeleg
 HTTPSessionRef NVXx_HTKSessionFetcherService::sessionForFetcherCreation(const FetcherRef& fetcher) {
   if (!dispatcher()) return nullptr;
   _sessionCreationSemaphore.wait();
-  HTTPSessionRef session;
-  {
-    Lock lock(_lock);
-    if (_delegateDispatcher) {
-      _delegateDispatcher->startSessionUsage();
-      session = _delegateDispatcher->session();
-      if (!session) _creatingFetcher = fetcher.get();
+  // While the semaphore is held nobody replaces the dispatcher.
+  if (std::shared_ptr<Dispatcher> current = dispatcher()) {
+    current->startSessionUsage();
+    HTTPSessionRef session = current->session();
+    if (!session) {
+      Lock lock(_lock);
+      _creatingFetcher = fetcher.get();
+      return nullptr;
     }
-    if (_creatingFetcher) return nullptr;
+    _sessionCreationSemaphore.signal();
+    return session;
   }
   _sessionCreationSemaphore.signal();
-  return session;
+  return nullptr;
 }
 
 void NVXx_HTKSessionFetcherService::fetcherDidCreateSession(const FetcherRef& fetcher) {
@@ -61,7 +63,9 @@ void NVXx_HTKSessionFetcherService::fetcherDidBeginFetching(const FetcherRef& fe
   const HTTPSessionTaskRef task = fetcher->sessionTask();
   if (!session || !task) return;
   auto delegate = std::dynamic_pointer_cast<Dispatcher>(session->delegate());
-  if (delegate && delegate->session() == session) delegate->setFetcherForTask(fetcher, task);
+  // Also when the dispatcher was abandoned since the session was taken: the task's events go there all the
+  // same.
+  if (delegate) delegate->setFetcherForTask(fetcher, task);
 }
 
 std::shared_ptr<NVXx_HTKSessionFetcherService::Dispatcher>
@@ -99,11 +103,14 @@ bool NVXx_HTKSessionFetcherService::reuseSession() { return dispatcher() != null
 
 void NVXx_HTKSessionFetcherService::setReuseSession(bool reuse) {
   std::shared_ptr<Dispatcher> abandoned;
+  // A session that is being made would come to a dispatcher that nobody abandons any more.
+  _sessionCreationSemaphore.wait();
   {
     Lock lock(_lock);
-    if (reuse == (_delegateDispatcher != nullptr)) return;
-    abandoned = std::exchange(_delegateDispatcher, reuse ? makeDispatcher() : nullptr);
+    if (reuse != (_delegateDispatcher != nullptr))
+      abandoned = std::exchange(_delegateDispatcher, reuse ? makeDispatcher() : nullptr);
   }
+  _sessionCreationSemaphore.signal();
   if (abandoned) abandoned->abandon();
 }
 

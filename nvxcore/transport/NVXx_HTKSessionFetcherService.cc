@@ -98,12 +98,23 @@ NVXx_HTKSessionFetcherService::Settings NVXx_HTKSessionFetcherService::settings(
 }
 
 void NVXx_HTKSessionFetcherService::updateSettings(const std::function<void(Settings&)>& change) {
-  Settings changed = settings();
-  change(changed);
-  if (!changed.callbackQueue) changed.callbackQueue = Queue::main();
-  if (!changed.delegateQueue) changed.delegateQueue = Queue::main();
-  Lock lock(_lock);
-  std::swap(_settings, changed);
+  for (;;) {
+    Settings changed;
+    uint64_t version;
+    {
+      Lock lock(_lock);
+      changed = _settings;
+      version = _settingsVersion;
+    }
+    change(changed);
+    if (!changed.callbackQueue) changed.callbackQueue = Queue::main();
+    if (!changed.delegateQueue) changed.delegateQueue = Queue::main();
+    Lock lock(_lock);
+    if (version != _settingsVersion) continue;
+    std::swap(_settings, changed);
+    ++_settingsVersion;
+    return;
+  }
 }
 
 QueueRef NVXx_HTKSessionFetcherService::callbackQueue() {
@@ -112,7 +123,7 @@ QueueRef NVXx_HTKSessionFetcherService::callbackQueue() {
 }
 
 void NVXx_HTKSessionFetcherService::setCallbackQueue(QueueRef queue) {
-  updateSettings([&](Settings& settings) { settings.callbackQueue = std::move(queue); });
+  updateSettings([&](Settings& settings) { settings.callbackQueue = queue; });
 }
 
 QueueRef NVXx_HTKSessionFetcherService::delegateQueue() {
@@ -121,7 +132,7 @@ QueueRef NVXx_HTKSessionFetcherService::delegateQueue() {
 }
 
 void NVXx_HTKSessionFetcherService::setSessionDelegateQueue(QueueRef queue) {
-  updateSettings([&](Settings& settings) { settings.delegateQueue = std::move(queue); });
+  updateSettings([&](Settings& settings) { settings.delegateQueue = queue; });
 }
 
 std::string NVXx_HTKSessionFetcherService::userAgent() const {
@@ -130,7 +141,7 @@ std::string NVXx_HTKSessionFetcherService::userAgent() const {
 }
 
 void NVXx_HTKSessionFetcherService::setUserAgent(std::string userAgent) {
-  updateSettings([&](Settings& settings) { settings.userAgent = std::move(userAgent); });
+  updateSettings([&](Settings& settings) { settings.userAgent = userAgent; });
 }
 
 AuthorizerRef NVXx_HTKSessionFetcherService::authorizer() const {

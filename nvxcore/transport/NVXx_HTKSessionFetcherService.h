@@ -68,7 +68,8 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcherService
   FetcherRef fetcherWithURL(const URL& url);
   FetcherRef fetcherWithURLString(std::string_view urlString);
 
-  /// A copy of the settings, and their replacement for fetchers that are made from then on.
+  /// A copy of the settings, and their change for fetchers that are made from then on. `change` is called
+  /// anew when another thread has changed them meanwhile.
   Settings settings() const;
   void updateSettings(const std::function<void(Settings&)>& change);
   QueueRef callbackQueue() override;
@@ -127,6 +128,7 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcherService
   std::shared_ptr<Dispatcher> makeDispatcher() NVX_REQUIRES(_lock);
   /// Answers the dispatcher to be abandoned outside the lock.
   std::shared_ptr<Dispatcher> resetSessionInternal() NVX_REQUIRES(_lock);
+  void startFetchers(std::vector<FetcherRef> fetchers);
   void detachAuthorizer(const AuthorizerRef& authorizer);
   std::vector<FetcherRef> takeFetchersToStart(const std::string& host) NVX_REQUIRES(_lock);
 
@@ -142,6 +144,7 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcherService
   /// The fetcher that is bound to make the shared session.
   const NVXx_HTKSessionFetcher* _creatingFetcher NVX_GUARDED_BY(_lock) = nullptr;
   Settings _settings NVX_GUARDED_BY(_lock);
+  uint64_t _settingsVersion NVX_GUARDED_BY(_lock) = 0;
   AuthorizerRef _authorizer NVX_GUARDED_BY(_lock);
   /// Present only while somebody waits for all fetchers.
   std::optional<std::vector<FetcherRef>> _stoppedFetchersToWaitFor NVX_GUARDED_BY(_lock);

@@ -1,12 +1,11 @@
 #include "nvxcore/foundation/base/NVXQueues.h"
 
-#include <atomic>
 #include <cmath>
 #include <memory>
 #include <utility>
 
+#include "nvxcore/foundation/base/BackgroundGrant.h"
 #include "nvxcore/platform/ApplicationFacts.h"
-#include "nvxcore/platform/BackgroundTasks.h"
 #include "nvxcore/platform/Mutex.h"
 #include "nvxcore/platform/Platform.h"
 
@@ -17,11 +16,15 @@ namespace {
 /// The queue belongs to the platform in force: a test that brings one of its own gets a queue that runs on
 /// it.
 struct FileQueue {
-  explicit FileQueue(const void* platform)
-      : owner(platform),
+  explicit FileQueue(std::weak_ptr<Threading> platform)
+      : owner(std::move(platform)),
         queue(Queue::serial("com.ovrasoft.Atlas.FileIO")),
         group(std::make_shared<DispatchGroup>()) {}
-  const void* owner;
+  bool belongsTo(const std::weak_ptr<Threading>& platform) const {
+    return !owner.owner_before(platform) && !platform.owner_before(owner);
+  }
+  /// By its owner, since a later platform may get the same address.
+  const std::weak_ptr<Threading> owner;
   QueueRef queue;
   std::shared_ptr<DispatchGroup> group;
 };
@@ -30,41 +33,26 @@ std::shared_ptr<FileQueue> fileQueue() {
   static auto* lock = new Mutex;
   static auto* current = new std::shared_ptr<FileQueue>;
   std::shared_ptr<FileQueue> replaced;
-  const void* platform = Platform::current().threading.get();
+  const std::weak_ptr<Threading> platform = Platform::current().threading;
   Lock held(*lock);
-  if (!*current || (*current)->owner != platform) {
+  if (!*current || !(*current)->belongsTo(platform)) {
     replaced = std::move(*current);
     *current = std::make_shared<FileQueue>(platform);
   }
   return *current;
 }
 
-/// A background task that two roads may end: whoever takes the number first does.
-struct SharedTask {
-  std::atomic<BackgroundTaskIdentifier> number{kInvalidBackgroundTask};
-  std::atomic<bool> over{false};
-
-  void end(BackgroundTasks& tasks) {
-    over = true;
-    const BackgroundTaskIdentifier mine = number.exchange(kInvalidBackgroundTask);
-    if (mine != kInvalidBackgroundTask) tasks.end(mine);
-  }
-};
-
 }  // namespace
 
 bool NVXIsOnQueue(const QueueRef& queue) { return queue && Queue::currentLabel() == queue->label(); }
 
 void NVXScheduleFileIOBlock(std::function<void()> block) {
-  std::shared_ptr<BackgroundTasks> tasks = Platform::current().backgroundTasks;
-  auto task = std::make_shared<SharedTask>();
-  task->number = tasks->begin("FileIOBlock", [tasks, task] { task->end(*tasks); });
-  // An expiry that came before the number was stored has found nothing to end.
-  if (task->over) task->end(*tasks);
+  std::shared_ptr<BackgroundGrant> grant =
+      BackgroundGrant::begin(Platform::current().backgroundTasks, "FileIOBlock");
   std::shared_ptr<FileQueue> files = fileQueue();
-  files->queue->post(*files->group, [block = std::move(block), tasks, task] {
+  files->queue->post(*files->group, [block = std::move(block), grant = std::move(grant)] {
     if (block) block();
-    task->end(*tasks);
+    grant->end();
   });
 }
 

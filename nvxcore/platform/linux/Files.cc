@@ -153,7 +153,8 @@ Error moveFile(const URL& from, const URL& to) {
   if (failure == std::errc::cross_device_link) {
     failure.clear();
     std::filesystem::copy_file(from.fileSystemPath(), target, failure);
-    if (!failure) std::filesystem::remove(from.fileSystemPath(), failure);
+    std::error_code ignored;
+    std::filesystem::remove(failure ? target : from.fileSystemPath(), failure ? ignored : failure);
   }
   return failure ? fileError(failure.value(), Access::Write, to) : Error();
 }
@@ -173,8 +174,14 @@ URL uniqueTemporaryFile(const std::string& prefix) {
   std::error_code failure;
   std::filesystem::path folder = std::filesystem::temp_directory_path(failure);
   if (failure) folder = "/tmp";
-  std::string name = prefix + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
-  return URL::fileURLWithPath((folder / name).string());
+  for (;;) {
+    // A process of the same number may have left one.
+    const std::string name =
+        prefix + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
+    const std::filesystem::path path = folder / name;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(path, failure)))
+      return URL::fileURLWithPath(path.string());
+  }
 }
 
 }  // namespace nvxcore

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
@@ -92,6 +93,75 @@ void splitPath(std::string_view rest, std::string& path, std::string& query, std
   path = rest;
 }
 
+/// The five components of a URL or a reference to one (RFC 3986, 3), where they are.
+struct Reference {
+  explicit Reference(std::string_view text) {
+    if (const size_t hash = text.find('#'); hash != std::string_view::npos) {
+      fragment = text.substr(hash + 1);
+      text = text.substr(0, hash);
+    }
+    if (const size_t mark = text.find('?'); mark != std::string_view::npos) {
+      query = text.substr(mark + 1);
+      text = text.substr(0, mark);
+    }
+    const size_t colon = text.find_first_of(":/");
+    if (colon != std::string_view::npos && text[colon] == ':' && isSchemeText(text.substr(0, colon))) {
+      scheme = text.substr(0, colon);
+      text.remove_prefix(colon + 1);
+    }
+    if (text.starts_with("//")) {
+      const size_t end = std::min(text.find('/', 2), text.size());
+      authority = text.substr(2, end - 2);
+      text.remove_prefix(end);
+    }
+    path = text;
+  }
+
+  std::optional<std::string_view> scheme, authority, query, fragment;
+  std::string_view path;
+};
+
+/// RFC 3986, 5.2.4.
+std::string withoutDotSegments(std::string_view path) {
+  std::string result;
+  while (!path.empty()) {
+    if (path.starts_with("../")) {
+      path.remove_prefix(3);
+    } else if (path.starts_with("./")) {
+      path.remove_prefix(2);
+    } else if (path.starts_with("/./")) {
+      path.remove_prefix(2);
+    } else if (path == "/.") {
+      path = "/";
+    } else if (path.starts_with("/../") || path == "/..") {
+      path = path.size() > 3 ? path.substr(3) : "/";
+      const size_t slash = result.rfind('/');
+      result.resize(slash == std::string::npos ? 0 : slash);
+    } else if (path == "." || path == "..") {
+      path = {};
+    } else {
+      const size_t end = std::min(path.find('/', 1), path.size());
+      result += path.substr(0, end);
+      path.remove_prefix(end);
+    }
+  }
+  return result;
+}
+
+/// What may not stand in a URL as it is, escaped; the rest as it stands.
+std::string withoutRawBytes(std::string_view text) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string result;
+  for (unsigned char c : text) {
+    if (c > 0x20 && c < 0x7F) {
+      result += static_cast<char>(c);
+    } else {
+      result += {'%', kDigits[c >> 4], kDigits[c & 15]};
+    }
+  }
+  return result;
+}
+
 }  // namespace
 
 URL URL::withString(std::string_view text) {
@@ -165,19 +235,44 @@ bool URL::isFileURL() const {
          (text[3] | 0x20) == 'e';
 }
 
-std::string URL::fileSystemPath() const { return isFileURL() ? path() : std::string(); }
+std::string URL::fileSystemPath() const {
+  // The system would take a path up to its first NUL, which names another file.
+  return isFileURL() && path().find('\0') == std::string::npos ? path() : std::string();
+}
 
 URL URL::resolving(std::string_view reference) const {
   if (!_parts) return withString(reference);
-  Handle handle;
-  if (curl_url_set(handle.url, CURLUPART_URL, _parts->text.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
-    return {};
-  const std::string text(reference);
-  if (curl_url_set(handle.url, CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE) !=
-      CURLUE_OK) {
-    return {};
+  const std::string escaped = withoutRawBytes(reference);
+  const Reference base(_parts->text);
+  Reference target(escaped);
+  std::string path;
+  if (target.scheme || target.authority) {
+    path = withoutDotSegments(target.path);
+  } else if (target.path.empty()) {
+    path = base.path;
+    if (!target.query) target.query = base.query;
+  } else if (target.path.front() == '/') {
+    path = withoutDotSegments(target.path);
+  } else if (base.authority && base.path.empty()) {
+    path = withoutDotSegments("/" + std::string(target.path));
+  } else {
+    const size_t slash = base.path.rfind('/');
+    const auto folder = base.path.substr(0, slash == std::string_view::npos ? 0 : slash + 1);
+    path = withoutDotSegments(std::string(folder) + std::string(target.path));
   }
-  return withString(handle.get(CURLUPART_URL));
+  if (!target.scheme) {
+    target.scheme = base.scheme;
+    if (!target.authority) target.authority = base.authority;
+  }
+  std::string text;
+  if (target.scheme) text.append(*target.scheme) += ':';
+  if (target.authority) text.append("//").append(*target.authority);
+  // Without an authority two slashes would begin one.
+  if (!target.authority && path.starts_with("//")) text += "/.";
+  text += path;
+  if (target.query) (text += '?').append(*target.query);
+  if (target.fragment) (text += '#').append(*target.fragment);
+  return withString(text);
 }
 
 URL URL::withScheme(std::string_view scheme) const {

@@ -6,14 +6,14 @@
 
 namespace nvxcore {
 
-/// The body of a reply as it comes in. One piece is kept as it came; more are put together.
+/// The body of a reply as it comes in: nothing at first, no bytes once it has begun. One piece is kept as it
+/// came; more are put together.
 class DownloadBuffer {
  public:
+  /// Has no bytes from now on, instead of nothing.
+  void begin() { assign(Data::copy("", 0)); }
   void append(const Data& piece) {
-    if (empty()) {
-      _whole = piece;
-      return;
-    }
+    if (empty()) return assign(piece);
     if (_whole) {
       _bytes.append(_whole.view());
       _whole = Data();
@@ -21,19 +21,15 @@ class DownloadBuffer {
     _bytes.append(piece.view());
   }
   void assign(Data data) {
-    clear();
     _whole = std::move(data);
-  }
-  void clear() {
-    _whole = Data();
     _bytes = MutableData();
   }
   bool empty() const { return length() == 0; }
   size_t length() const { return _whole ? _whole.length() : _bytes.length(); }
-  /// All bytes so far; nothing when there are none.
+  /// All bytes so far.
   Data data() {
     if (!_whole && !_bytes.empty()) _whole = Data::take(std::move(_bytes));
-    return empty() ? Data() : _whole;
+    return _whole;
   }
 
  private:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "nvxcore/foundation/base/BackgroundGrant.h"
 #include "nvxcore/platform/Mutex.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/DownloadBuffer.h"
@@ -89,7 +90,8 @@ struct NVXx_HTKSessionFetcher::Fields {
   std::vector<std::string> _allowedInsecureSchemes NVX_GUARDED_BY(lock);
   std::shared_ptr<HTTPCookieStorage> _cookieStorage NVX_GUARDED_BY(lock);
   FetcherTestBlock _testBlock NVX_GUARDED_BY(lock);
-  BackgroundTaskIdentifier _backgroundTaskIdentifier NVX_GUARDED_BY(lock) = kInvalidBackgroundTask;
+  /// Execution time in the background, while the transfer is under way.
+  std::shared_ptr<BackgroundGrant> _backgroundGrant NVX_GUARDED_BY(lock);
 
   // Process-wide state of the class.
   struct Shared {
