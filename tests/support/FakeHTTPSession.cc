@@ -241,10 +241,11 @@ std::shared_ptr<HTTPSessionDelegate> FakeHTTPSession::delegate() const {
 }
 
 FakeHTTPTaskRef FakeHTTPSession::makeTask(TaskKind kind, const URLRequest& request) {
-  if (_service.makesNoTask || wasInvalidated()) return nullptr;
+  if (_service.makesNoTask) return nullptr;
   auto self = std::static_pointer_cast<FakeHTTPSession>(shared_from_this());
   {
     Lock lock(_lock);
+    if (_wasInvalidated) return nullptr;
     ++_liveTasks;
   }
   Lock lock(_service._lock);
