@@ -9,9 +9,10 @@
 
 namespace nvxcore {
 
+// An event that overlaps a stop must not bring the task back: its completion may never come here.
 void NVXx_HTKSessionFetcher::setSessionTask(const HTTPSessionTaskRef& task) {
   Lock lock(_fields->lock);
-  _fields->_sessionTask = task;
+  if (!_fields->_userStoppedFetching) _fields->_sessionTask = task;
 }
 
 void NVXx_HTKSessionFetcher::taskWillPerformHTTPRedirection(const HTTPSessionTaskRef& task,
@@ -111,9 +112,9 @@ void NVXx_HTKSessionFetcher::dataTaskDidBecomeDownloadTask(const HTTPSessionTask
 
 void NVXx_HTKSessionFetcher::dataTaskDidReceiveData(const HTTPSessionTaskRef& task, const Data& data) {
   const int64_t length = static_cast<int64_t>(data.length());
-  Lock lock(_fields->lock);
-  _fields->_sessionTask = task;
+  setSessionTask(task);
   if (length == 0) return;
+  Lock lock(_fields->lock);
   if (_fields->_accumulateDataBlock) {
     _fields->_downloadedLength += length;
     return queueAccumulated(data);

@@ -94,6 +94,7 @@ void FakeHTTPTask::complete(const Error& error) {
   post([self = shared_from_this(), error](HTTPSessionDelegate& delegate) {
     delegate.taskDidCompleteWithError(self, error);
   });
+  _session->taskEnded();
 }
 
 void FakeHTTPTask::pullBody(std::function<void(Data)> done) {
@@ -218,7 +219,21 @@ bool FakeHTTPSession::wasInvalidated() const {
   return _wasInvalidated;
 }
 
-void FakeHTTPSession::becomeInvalid() { finishTasksAndInvalidate(); }
+void FakeHTTPSession::becomeInvalid() {
+  {
+    Lock lock(_lock);
+    _wasInvalidated = true;
+  }
+  dropDelegate();
+}
+
+void FakeHTTPSession::taskEnded() {
+  {
+    Lock lock(_lock);
+    if (--_liveTasks > 0 || !_wasInvalidated) return;
+  }
+  dropDelegate();
+}
 
 std::shared_ptr<HTTPSessionDelegate> FakeHTTPSession::delegate() const {
   Lock lock(_lock);
@@ -226,8 +241,13 @@ std::shared_ptr<HTTPSessionDelegate> FakeHTTPSession::delegate() const {
 }
 
 FakeHTTPTaskRef FakeHTTPSession::makeTask(TaskKind kind, const URLRequest& request) {
-  if (_service.makesNoTask || wasInvalidated()) return nullptr;
+  if (_service.makesNoTask) return nullptr;
   auto self = std::static_pointer_cast<FakeHTTPSession>(shared_from_this());
+  {
+    Lock lock(_lock);
+    if (_wasInvalidated) return nullptr;
+    ++_liveTasks;
+  }
   Lock lock(_service._lock);
   auto task = std::make_shared<FakeHTTPTask>(self, kind, request, ++_service._taskCount);
   _service._tasks.push_back(task);
@@ -271,10 +291,17 @@ void FakeHTTPSession::getTasksWithCompletionHandler(std::function<void(Tasks)> c
 }
 
 void FakeHTTPSession::finishTasksAndInvalidate() {
+  {
+    Lock lock(_lock);
+    if (std::exchange(_wasInvalidated, true) || _liveTasks > 0) return;
+  }
+  dropDelegate();
+}
+
+void FakeHTTPSession::dropDelegate() {
   std::shared_ptr<HTTPSessionDelegate> delegate;
   {
     Lock lock(_lock);
-    if (std::exchange(_wasInvalidated, true)) return;
     delegate.swap(_delegate);
   }
   _delegateQueue->post([self = shared_from_this(), delegate] {

@@ -84,7 +84,7 @@ class FakeHTTPSession : public HTTPSession {
 
   const HTTPSessionConfiguration configuration;
   bool wasInvalidated() const;
-  /// As when the system takes the session away.
+  /// As when the system takes the session away: at once, whatever its tasks do.
   void becomeInvalid();
 
   std::shared_ptr<HTTPSessionDelegate> delegate() const override;
@@ -101,6 +101,9 @@ class FakeHTTPSession : public HTTPSession {
  private:
   friend class FakeHTTPTask;
   FakeHTTPTaskRef makeTask(TaskKind kind, const URLRequest& request);
+  void taskEnded();
+  /// Tells the delegate, and lets it go.
+  void dropDelegate();
 
   FakeHTTPSessionService& _service;
   const QueueRef _delegateQueue;
@@ -109,6 +112,7 @@ class FakeHTTPSession : public HTTPSession {
   mutable Mutex _lock;
   std::shared_ptr<HTTPSessionDelegate> _delegate NVX_GUARDED_BY(_lock);
   bool _wasInvalidated NVX_GUARDED_BY(_lock) = false;
+  int _liveTasks NVX_GUARDED_BY(_lock) = 0;
 };
 
 /// Makes sessions whose tasks are played by `onResume`, or by the test through `tasks`. Must outlive them.

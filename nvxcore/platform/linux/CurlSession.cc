@@ -29,6 +29,8 @@ std::shared_ptr<HTTPTask> CurlSession::makeTask(TaskKind kind, const URLRequest&
   }
   auto task = std::make_shared<HTTPTask>(self(), kind, identifier, request, bodySource, bodyFile);
   Lock lock(_lock);
+  // The session may have ended meanwhile, and nobody would hear of the task.
+  if (_hasEnded) return nullptr;
   _tasks[identifier].task = task;
   return task;
 }
