@@ -13,7 +13,8 @@ namespace nvxcore {
 class NVXCORE_EXPORT HTKSessionFetcherServiceProtocol {
  public:
   virtual ~HTKSessionFetcherServiceProtocol() = default;
-  /// False when the fetcher has to wait; the service then begins it later.
+  /// False when the fetcher has to wait; the service has then taken its session (`dropSharedSession`), and
+  /// begins it later.
   virtual bool fetcherShouldBeginFetching(const FetcherRef& fetcher) = 0;
   /// Must follow a `sessionForFetcherCreation` that gave nothing, on the same thread, whether or not a
   /// session was made.

@@ -163,7 +163,6 @@ void NVXx_HTKSessionFetcher::beginFetchMayDelay(bool mayDelay, bool /*mayAuthori
     mayWait = mayDelay && _fields->_servicePriority != kServicePriorityNeverDelay;
   }
   if (mayWait && service && !service->fetcherShouldBeginFetching(self)) {
-    dropSharedSession();
     endsAsStopped();
     return;
   }
@@ -315,16 +314,17 @@ void NVXx_HTKSessionFetcher::makeSession() {
   if (isDelegate && _fields->_session) _fields->_shouldInvalidateSession = true;
 }
 
-void NVXx_HTKSessionFetcher::dropSharedSession() {
-  HTTPSessionRef dropped;
-  bool isOwn;
-  {
-    Lock lock(_fields->lock);
-    if (!_fields->_canShareSession) return;
-    dropped.swap(_fields->_session);
-    isOwn = std::exchange(_fields->_shouldInvalidateSession, false);
-  }
-  if (dropped && isOwn) dropped->finishTasksAndInvalidate();
+NVXx_HTKSessionFetcher::DroppedSession NVXx_HTKSessionFetcher::dropSharedSession() {
+  DroppedSession dropped;
+  Lock lock(_fields->lock);
+  if (!_fields->_canShareSession) return dropped;
+  dropped.session.swap(_fields->_session);
+  dropped.isOwn = std::exchange(_fields->_shouldInvalidateSession, false);
+  return dropped;
+}
+
+NVXx_HTKSessionFetcher::DroppedSession::~DroppedSession() {
+  if (session && isOwn) session->finishTasksAndInvalidate();
 }
 
 NVXx_HTKSessionFetcher::TaskPlan NVXx_HTKSessionFetcher::planTask() {

@@ -51,6 +51,17 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcher : public HTTPSessionDelegate,
                               std::function<void(const FetcherRef&, Data, Error)> didFinishSelector);
   /// For the service: begins a fetch that it has held back.
   void beginFetchMayDelay(bool mayDelay, bool mayAuthorize);
+  /// A session that a fetcher has let go of; one of its own ends with this.
+  struct NVXCORE_EXPORT DroppedSession {
+    DroppedSession() = default;
+    DroppedSession(DroppedSession&&) = default;
+    DroppedSession& operator=(DroppedSession&&) = default;
+    ~DroppedSession();
+    HTTPSessionRef session;
+    bool isOwn = false;
+  };
+  /// For the service: lets go of the session of a fetch that has to wait, before anybody can begin it anew.
+  [[nodiscard]] DroppedSession dropSharedSession();
   /// Ends the fetch at whatever stage it is; the completion handler is not called. Harmless when repeated.
   void stopFetching();
   bool isFetching() const;
@@ -234,7 +245,6 @@ class NVXCORE_EXPORT NVXx_HTKSessionFetcher : public HTTPSessionDelegate,
   Error checkScheme(const URL& url);
   Error obtainSession(const URL& url);
   void makeSession();
-  void dropSharedSession();
   bool endsAsStopped();
   TaskPlan planTask();
   HTTPSessionTaskRef makeTask(const TaskPlan& plan);

@@ -68,14 +68,20 @@ std::string hostOfRequest(const FetcherRef& fetcher) {
 bool NVXx_HTKSessionFetcherService::fetcherShouldBeginFetching(const FetcherRef& fetcher) {
   const std::string host = hostOfRequest(fetcher);
   if (host.empty()) return true;
+  // Goes after the lock.
+  NVXx_HTKSessionFetcher::DroppedSession dropped;
   Lock lock(_lock);
   if (contains(_runningFetchersByHost, host, fetcher)) return true;
-  if (contains(_delayedFetchersByHost, host, fetcher)) return false;
+  const bool waits = contains(_delayedFetchersByHost, host, fetcher);
   const uint64_t limit = _maxRunningFetchersPerHost;
-  const bool delays = !fetcher->isUsingBackgroundSession() && limit != 0 &&
-                      numberOfNonBackgroundSessionFetchers(_runningFetchersByHost, host) >= limit;
-  addFetcher(delays ? _delayedFetchersByHost : _runningFetchersByHost, host, fetcher);
-  fetcher->setServiceHost(host);
+  const bool delays = waits || (!fetcher->isUsingBackgroundSession() && limit != 0 &&
+                                numberOfNonBackgroundSessionFetchers(_runningFetchersByHost, host) >= limit);
+  if (!waits) {
+    addFetcher(delays ? _delayedFetchersByHost : _runningFetchersByHost, host, fetcher);
+    fetcher->setServiceHost(host);
+  }
+  // Under the lock: once the table has it, the end of another fetch may begin it, with a session of its own.
+  if (delays) dropped = fetcher->dropSharedSession();
   return !delays;
 }
 

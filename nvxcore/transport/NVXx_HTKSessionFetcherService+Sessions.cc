@@ -65,7 +65,11 @@ void NVXx_HTKSessionFetcherService::fetcherDidBeginFetching(const FetcherRef& fe
   auto delegate = std::dynamic_pointer_cast<Dispatcher>(session->delegate());
   // Also when the dispatcher was abandoned since the session was taken: the task's events go there all the
   // same.
-  if (delegate) delegate->setFetcherForTask(fetcher, task);
+  if (!delegate) return;
+  delegate->setFetcherForTask(fetcher, task);
+  // Stopped meanwhile: the task may have sent its last event already, and nothing else would take the fetcher
+  // out again.
+  if (fetcher->sessionTask() != task) delegate->removeFetcher(fetcher);
 }
 
 std::shared_ptr<NVXx_HTKSessionFetcherService::Dispatcher>
