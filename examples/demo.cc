@@ -218,7 +218,8 @@ int run() {
   journal.line(
       "10 requests wait for room in somebody's POST, 120 are sent, one of its own avoids cellular networks");
   for (int i = 1; i <= 10; ++i) client.enqueue("rider " + std::to_string(i));
-  // The main thread is busy meanwhile, so that no POST starts before all are handed in and every run looks the same.
+  // The main thread is busy meanwhile, so that no POST starts before all are handed in and every run looks
+  // the same.
   auto handedIn = std::make_shared<Semaphore>(0);
   Queue::main()->post([handedIn] { handedIn->wait(); });
   for (int i = 1; i <= 120; ++i) client.send("request " + std::to_string(i));

@@ -25,11 +25,15 @@ class NVXCORE_EXPORT MainLoop {
   /// Drops delayed work that has not started; harmless otherwise.
   virtual void cancel(uint64_t delayedTask) = 0;
   virtual bool isCurrent() const = 0;
-  /// On the main thread only: runs what is due, and waits for more for at most `interval` seconds. Nests.
+  /// On the main thread only: runs what is due. With nothing due, waits for it for at most `interval`
+  /// seconds, and returns once something has run. Nests: the tasks behind the one that turns run within it,
+  /// in their order.
   virtual void turn(TimeInterval interval) = 0;
 };
 
-/// A timer on the main loop. Created and invalidated on any thread; fires on the main thread.
+/// A timer on the main loop, which holds it until it has fired for the last time or was invalidated. Created
+/// and invalidated on any thread; fires on the main thread, never within its own handler. A repeating one
+/// keeps its beat, and doesn't make up for firings that it missed.
 class NVXCORE_EXPORT Timer : public std::enable_shared_from_this<Timer> {
  public:
   /// Fires `handler` once after `interval` seconds, or every `interval` seconds when `repeats`. `tolerance`

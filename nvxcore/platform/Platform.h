@@ -51,7 +51,7 @@ struct RuntimeSnapshot {
   std::vector<std::string>
       threads;                ///< Names of the threads that the library has started and that have not ended.
   size_t blockedWorkers = 0;  ///< Threads of the blocking pool that run a task.
-  size_t armedTimers = 0;
+  size_t armedTimers = 0;     ///< Delayed tasks and timers; those on a host's main loop are not seen.
 };
 
 /// Any thread.

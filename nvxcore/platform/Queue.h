@@ -36,7 +36,7 @@ class NVXCORE_EXPORT Queue : public std::enable_shared_from_this<Queue> {
 
   /// A new serial queue. An idle one holds no thread.
   static QueueRef serial(std::string_view label);
-  /// A new concurrent queue: its tasks start in order and may overlap.
+  /// A new concurrent queue: its tasks start in order and may overlap, up to eight of them.
   static QueueRef concurrent(std::string_view label);
   /// The serial queue of the main loop.
   static QueueRef main();

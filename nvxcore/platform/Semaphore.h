@@ -11,6 +11,7 @@ namespace nvxcore {
 /// A counting semaphore over the threading seam. May be used on any thread; waiters are served in order.
 class NVXCORE_EXPORT Semaphore {
  public:
+  /// `initialCount` is not negative.
   explicit Semaphore(int64_t initialCount);
   ~Semaphore();
   Semaphore(const Semaphore&) = delete;

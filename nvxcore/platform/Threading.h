@@ -39,7 +39,8 @@ class NVXCORE_EXPORT Threading {
  public:
   virtual ~Threading() = default;
 
-  /// Starts a thread whose name (at most 15 bytes are shown by the system) is `name`.
+  /// Starts a thread whose name (at most 15 bytes are shown by the system) is `name`, with all signals
+  /// blocked. Throws std::system_error when the system gives no more threads.
   virtual std::unique_ptr<ThreadHandle> startThread(const std::string& name, Task body) = 0;
   virtual std::unique_ptr<Parker> makeParker() = 0;
 

@@ -1,7 +1,5 @@
 #include "tests/connection/ConnectionHarness.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <utility>
 

@@ -77,19 +77,19 @@ TEST_F(ConnectionTest, EnqueuedRequestsFillTheRoomThatIsLeft) {
     std::vector<size_t> posts;
     size_t left;
   } cases[] = {{10, 45, {50}, 5}, {50, 3, {50}, 3}, {10, 3, {13}, 0}, {51, 3, {50, 4}, 0}};
-  for (const auto& [sent, enqueued, posts, left] : cases) {
+  for (const auto& given : cases) {
     connection = makeConnection("http://geo.test/glm");
     bodies.clear();
-    for (size_t i = 0; i < enqueued; ++i) enqueue("rider " + std::to_string(i));
-    EXPECT_EQ(connection->pendingEnqueueCount(), enqueued);
+    for (size_t i = 0; i < given.enqueued; ++i) enqueue("rider " + std::to_string(i));
+    EXPECT_EQ(connection->pendingEnqueueCount(), given.enqueued);
     EXPECT_EQ(connection->numberOfConnectionsInProgress(), 0);
     whileMainIsBusy([&] {
-      for (size_t i = 0; i < sent; ++i) send(std::to_string(i));
+      for (size_t i = 0; i < given.sent; ++i) send(std::to_string(i));
     });
     ASSERT_TRUE(connection->drain(kPatience));
-    EXPECT_EQ(bodySizes(), posts);
-    EXPECT_EQ(connection->pendingEnqueueCount(), left);
-    if (sent == 10) {
+    EXPECT_EQ(bodySizes(), given.posts);
+    EXPECT_EQ(connection->pendingEnqueueCount(), given.left);
+    if (given.sent == 10) {
       EXPECT_EQ(payloadsOf(bodies[0])[10], "rider 0");
     }
   }

@@ -31,12 +31,14 @@ class MainLoopTest : public NVXTest {
 TEST_F(MainLoopTest, RunsPostedTasksInOrderAndDelayedOnesWhenDue) {
   std::string order;
   loop().post([&] {
-    order += 'a';
-    loop().post([&] { order += 'd'; });
-    loop().postAfter(0, [&] { order += 'e'; });
-    order += 'b';
+    loop().post([&] {
+      order += 'a';
+      loop().post([&] { order += 'd'; });
+      loop().postAfter(0, [&] { order += 'e'; });
+      order += 'b';
+    });
+    loop().post([&] { order += 'c'; });
   });
-  loop().post([&] { order += 'c'; });
   ASSERT_TRUE(scope.settle());
   EXPECT_EQ(order, "abcde");
   loop().postAfter(2, [&] { order += 'g'; });

@@ -189,6 +189,19 @@ TEST_F(QueueTest, AConcurrentQueueStartsInOrderAndOverlaps) {
   EXPECT_TRUE(scope.settle());
 }
 
+TEST_F(QueueTest, AQueueThatComesAndGoesNeedsOneThread) {
+  const QueueRef queue = Queue::serial("pulsing");
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 20'000; ++i) {
+    queue->post([&] { ++ran; });
+    if (i % 3 == 0) {
+      while (ran.load() <= i) std::this_thread::yield();
+    }
+  }
+  ASSERT_TRUE(scope.settle());
+  EXPECT_EQ(threads(), 1u);
+}
+
 TEST_F(QueueTest, ThreadsEndWhenThereIsNothingToDo) {
   EXPECT_EQ(threads(), 0u);
   Semaphore ran(0);
@@ -300,25 +313,24 @@ TEST_F(QueueTest, SmallTasksAllocateNothing) {
     for (int i = 0; i < 10'000; ++i) queue->post([&sum, payload] { sum += payload[4]; });
     queue->post([&] { done.signal(); });
   };
-  // The first bursts set up what the largest backlog needs: the worker is kept away so that it is the same
-  // each time.
-  const auto heldBurst = [&] {
-    Semaphore gate(0);
-    queue->post([&] { gate.wait(); });
+  // The worker is kept away, so that the backlog is the same each time: the first bursts set up what it
+  // needs.
+  size_t allocated = 0;
+  for (int i = 0; i < 3; ++i) {
+    Semaphore begun(0), gate(0);
+    queue->post([&] {
+      begun.signal();
+      gate.wait();
+    });
+    begun.wait();
+    const size_t before = allocations;
     burst();
+    allocated = allocations - before;
     gate.signal();
     done.wait();
-    EXPECT_TRUE(scope.settle());
-  };
-  heldBurst();
-  heldBurst();
-  Semaphore gate(0);
-  queue->post([&] { gate.wait(); });
-  const size_t before = allocations;
-  burst();
-  EXPECT_EQ(allocations - before, 0u);
-  gate.signal();
-  done.wait();
+    ASSERT_TRUE(scope.settle());
+  }
+  EXPECT_EQ(allocated, 0u);
   EXPECT_EQ(sum, 3u * 10'000 * 5);
 }
 

@@ -101,7 +101,7 @@ void FakeHTTPTask::pullBody(std::function<void(Data)> done) {
   post([self = shared_from_this(), done](HTTPSessionDelegate& delegate) {
     delegate.taskNeedNewBodyStream(self, [self, done](const std::shared_ptr<InputStream>& stream) {
       if (!stream) return done(Data());
-      Queue::blocking()->post([self, done, stream] {
+      self->_session->_bodyQueue->post([self, done, stream] {
         MutableData bytes;
         uint8_t buffer[64];
         int64_t count;
@@ -249,7 +249,7 @@ FakeHTTPTaskRef FakeHTTPSession::makeTask(TaskKind kind, const URLRequest& reque
     ++_liveTasks;
   }
   Lock lock(_service._lock);
-  auto task = std::make_shared<FakeHTTPTask>(self, kind, request, _service._tasks.size() + 1);
+  auto task = std::make_shared<FakeHTTPTask>(self, kind, request, ++_service._taskCount);
   _service._tasks.push_back(task);
   return task;
 }
@@ -328,6 +328,12 @@ std::vector<FakeHTTPTaskRef> FakeHTTPSessionService::tasks() const {
 FakeHTTPTaskRef FakeHTTPSessionService::lastTask() const {
   Lock lock(_lock);
   return _tasks.empty() ? nullptr : _tasks.back();
+}
+
+void FakeHTTPSessionService::forgetTasks() {
+  std::vector<FakeHTTPTaskRef> tasks;
+  Lock lock(_lock);
+  _tasks.swap(tasks);
 }
 
 std::vector<std::shared_ptr<FakeHTTPSession>> FakeHTTPSessionService::sessions() const {

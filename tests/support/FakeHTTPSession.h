@@ -107,6 +107,8 @@ class FakeHTTPSession : public HTTPSession {
 
   FakeHTTPSessionService& _service;
   const QueueRef _delegateQueue;
+  /// Bodies are pulled one after another, so that what a test sees of them repeats.
+  const QueueRef _bodyQueue = Queue::serial("fake.bodies");
   mutable Mutex _lock;
   std::shared_ptr<HTTPSessionDelegate> _delegate NVX_GUARDED_BY(_lock);
   bool _wasInvalidated NVX_GUARDED_BY(_lock) = false;
@@ -127,12 +129,15 @@ class FakeHTTPSessionService : public HTTPSessionService {
                                           QueueRef delegateQueue) override;
   std::vector<FakeHTTPTaskRef> tasks() const;
   FakeHTTPTaskRef lastTask() const;
+  /// For long runs: lets go of the tasks made so far.
+  void forgetTasks();
   std::vector<std::shared_ptr<FakeHTTPSession>> sessions() const;
 
  private:
   friend class FakeHTTPSession;
   mutable Mutex _lock;
   std::vector<FakeHTTPTaskRef> _tasks NVX_GUARDED_BY(_lock);
+  uint64_t _taskCount NVX_GUARDED_BY(_lock) = 0;
   std::vector<std::shared_ptr<FakeHTTPSession>> _sessions NVX_GUARDED_BY(_lock);
 };
 

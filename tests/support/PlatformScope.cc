@@ -57,19 +57,20 @@ PlatformScope::~PlatformScope() {
 }
 
 bool PlatformScope::settle() {
-  if (_stepped) {
-    _stepped->runFor(0);
-  } else {
-    const auto limit = std::chrono::steady_clock::now() + kPatience;
-    const auto changed = std::make_shared<Flag>();
-    _runtime->setRestHandler([changed] { changed->set(); });
-    while (!_runtime->atRest() && changed->await(limit)) {
-    }
-    _runtime->setRestHandler(nullptr);
+  const bool atRest = _stepped ? (_stepped->runFor(0), _runtime->atRest()) : awaitRest();
+  if (!atRest) ADD_FAILURE() << "a queue does not drain\n" << describe();
+  return atRest;
+}
+
+bool PlatformScope::awaitRest() {
+  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  const auto changed = std::make_shared<Flag>();
+  _runtime->setRestHandler([changed] { changed->set(); });
+  bool atRest;
+  while (!(atRest = _runtime->atRest()) && changed->await(limit)) {
   }
-  if (_runtime->atRest()) return true;
-  ADD_FAILURE() << "a queue does not drain\n" << describe();
-  return false;
+  _runtime->setRestHandler(nullptr);
+  return atRest;
 }
 
 bool PlatformScope::endThreads() {

@@ -32,6 +32,7 @@ class PlatformScope {
   bool settle();
 
  private:
+  bool awaitRest();
   bool endThreads();
   std::string describe() const;
 

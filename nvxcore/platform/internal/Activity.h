@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
+#include <cstdint>
 #include <functional>
 
 #include "nvxcore/platform/Mutex.h"
@@ -13,11 +13,16 @@ namespace nvxcore {
 /// rest.
 class Activity {
  public:
-  void begin() { _count.fetch_add(1); }
+  void begin() { _state.fetch_add(kBegun + 1); }
   void end() {
-    if (_count.fetch_sub(1) == 1 && _watched.load()) callRestHandler();
+    if (countIn(_state.fetch_sub(1)) == 1 && _watched.load()) callRestHandler();
   }
-  bool atRest() const { return _count.load() == 0; }
+  /// Nothing is under way, and nothing was while `alsoTrue` was found to be so.
+  template <class Condition>
+  bool atRest(Condition alsoTrue) const {
+    const uint64_t before = _state.load();
+    return countIn(before) == 0 && alsoTrue() && _state.load() == before;
+  }
 
   /// Calls `handler` each time the count comes to 0, on the thread that brought it there; an empty one for
   /// nobody.
@@ -40,7 +45,11 @@ class Activity {
     if (handler) handler();
   }
 
-  std::atomic<size_t> _count{0};
+  // The number under way, and above it how many were ever begun.
+  static constexpr uint64_t kBegun = uint64_t{1} << 32;
+  static uint32_t countIn(uint64_t state) { return static_cast<uint32_t>(state); }
+
+  std::atomic<uint64_t> _state{0};
   std::atomic<bool> _watched{false};
   Mutex _mutex;
   std::function<void()> _handler NVX_GUARDED_BY(_mutex);

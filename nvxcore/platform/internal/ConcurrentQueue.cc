@@ -22,22 +22,25 @@ void ConcurrentQueue::post(Task task) {
   submit();
 }
 
-bool ConcurrentQueue::run() {
+void ConcurrentQueue::run() {
   for (size_t count = 0;; ++count) {
     Task task;
     {
       Lock lock(_mutex);
       if (count > 0) --_running;
-      if (_waiting.empty()) {
-        --_workers;
-        return false;
-      }
-      if (count >= kShare && othersWait()) return true;
+      if (_waiting.empty() || (count >= kShare && othersWait())) return;
       ++_running;
       task = _waiting.pop();
     }
     task();
   }
+}
+
+bool ConcurrentQueue::endsAfterTurn() {
+  Lock lock(_mutex);
+  if (!_waiting.empty()) return false;
+  --_workers;
+  return true;
 }
 
 QueueSnapshot ConcurrentQueue::snapshot() {

@@ -16,10 +16,11 @@ class ConcurrentQueue final : public PoolQueue {
 
   using Queue::post;
   void post(Task task) override NVX_EXCLUDES(_mutex);
+  bool endsAfterTurn() override NVX_EXCLUDES(_mutex);
   QueueSnapshot snapshot() override NVX_EXCLUDES(_mutex);
 
  protected:
-  bool run() override NVX_EXCLUDES(_mutex);
+  void run() override NVX_EXCLUDES(_mutex);
 
  private:
   const size_t _width;

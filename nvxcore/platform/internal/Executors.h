@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <memory>
+#include <thread>
+#include <utility>
 
 #include "nvxcore/platform/internal/Activity.h"
 #include "nvxcore/platform/internal/TaskList.h"
@@ -24,14 +26,19 @@ class Executors : public std::enable_shared_from_this<Executors> {
 
   explicit Executors(std::shared_ptr<TrackedThreading> threads)
       : threading(std::move(threads)),
+        lingers(!threading->timeIsManual() && std::thread::hardware_concurrency() > 1),
         workers(*this, "nvx.worker", kMostWorkers),
         blockingWorkers(*this, "nvx.blocking", kMostBlockingWorkers),
         timers(*this) {}
 
   const std::shared_ptr<TrackedThreading> threading;
-  Activity activity;
-  TaskBlockStock blocks;
-  WorkerPool workers;
+  /// Whether a queue without work waits a moment before it leaves its worker: another processor may be about
+  /// to post.
+  const bool lingers;
+  // Each for itself in the cache: several threads write them at a time.
+  alignas(64) Activity activity;
+  alignas(64) TaskBlockStock blocks;
+  alignas(64) WorkerPool workers;
   WorkerPool blockingWorkers;
   TimerService timers;
 };

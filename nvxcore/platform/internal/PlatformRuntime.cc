@@ -114,9 +114,10 @@ size_t PlatformRuntime::maximumThreadCount() const {
 }
 
 bool PlatformRuntime::atRest() const {
-  const int64_t now = _executors->threading->monotonicNanos();
-  if (_ownMainLoop && _ownMainLoop->nextDeadline() <= now) return false;
-  return _executors->timers.nextDeadline() > now && _executors->activity.atRest();
+  return _executors->activity.atRest([this] {
+    const int64_t now = _executors->threading->monotonicNanos();
+    return _executors->timers.nextDeadline() > now && (!_ownMainLoop || _ownMainLoop->nextDeadline() > now);
+  });
 }
 
 void PlatformRuntime::setRestHandler(std::function<void()> handler) {

@@ -22,11 +22,10 @@ bool PoolQueue::isCurrent() const { return currentQueue == this; }
 const PoolQueue* PoolQueue::current() { return currentQueue; }
 
 // No guard resets the current queue: an exception that leaves a task ends the process where it was thrown.
-bool PoolQueue::runOnWorker() {
+void PoolQueue::runOnWorker() {
   currentQueue = this;
-  const bool more = run();
+  run();
   currentQueue = nullptr;
-  return more;
 }
 
 void PoolQueue::submit() { _pool.submit(std::static_pointer_cast<PoolQueue>(shared_from_this())); }

@@ -22,9 +22,12 @@ class PoolQueue : public Queue {
   const std::string& label() const override { return _label; }
   bool isCurrent() const override;
 
-  /// Runs tasks on the calling worker until none is left, or until others wait for a worker and this one had
-  /// its share. True when it has to be run again.
-  bool runOnWorker();
+  /// A turn on the calling worker: runs tasks until none is left, or until others wait for a worker and this
+  /// queue had its share.
+  void runOnWorker();
+  /// After a turn, under the pool's lock, so that whoever posts next finds the worker parked already: true
+  /// when the queue has gone idle, false when it needs another turn.
+  virtual bool endsAfterTurn() = 0;
   virtual QueueSnapshot snapshot() = 0;
 
   /// The queue whose task runs on this thread, else null.
@@ -34,7 +37,7 @@ class PoolQueue : public Queue {
   /// Tasks that a queue may run on end while others wait.
   static constexpr size_t kShare = 16;
 
-  virtual bool run() = 0;
+  virtual void run() = 0;
   /// Asks the pool to run this queue once more.
   void submit();
   bool othersWait() const;

@@ -1,6 +1,5 @@
 #include "nvxcore/platform/internal/SerialQueue.h"
 
-#include <thread>
 #include <utility>
 
 #include "nvxcore/platform/internal/Executors.h"
@@ -22,40 +21,43 @@ void SerialQueue::post(Task task) {
   if (idle) submit();
 }
 
-bool SerialQueue::run() {
-  bool lingered = false;
-  for (size_t count = 0;;) {
-    for (; !_batch.empty(); lingered = false) {
-      if (count++ >= kShare && othersWait()) return true;
+void SerialQueue::run() {
+  size_t count = 0;
+  do {
+    while (!_batch.empty()) {
+      if (count++ >= kShare && othersWait()) return;
       _batchSize.store(_batch.size(), std::memory_order_relaxed);
       _batch.front()();
       _batch.dropFront();
     }
-    if (!takeBatch(lingered)) return false;
-    if (_batch.empty()) {
-      linger();
-      lingered = true;
-    }
-  }
+  } while (takeBatch() || linger());
 }
 
-/// Moves what waits to the batch. With nothing waiting, false once `mayEnd`: the queue is then idle.
-bool SerialQueue::takeBatch(bool mayEnd) {
+/// Moves what waits to the batch, which is empty. False with nothing waiting.
+bool SerialQueue::takeBatch() {
   Lock lock(_mutex);
   _batchSize.store(0, std::memory_order_relaxed);
-  if (_waiting.empty()) {
-    _scheduled = !mayEnd;
-  } else {
-    _batch.swap(_waiting);
-  }
-  return _scheduled;
+  _batch.swap(_waiting);
+  return !_batch.empty();
 }
 
-/// Gives whoever is posting the time to post more: to find it here is cheaper for both than to be woken for
-/// it, or to meet at the lock for each task.
-void SerialQueue::linger() {
-  for (int pauses = 0; pauses < 32; ++pauses) pauseProcessor();
-  std::this_thread::yield();
+bool SerialQueue::endsAfterTurn() {
+  Lock lock(_mutex);
+  _scheduled = !_batch.empty() || !_waiting.empty();
+  return !_scheduled;
+}
+
+/// Stays for about as long as waking takes, on both sides of it: whoever has just woken this worker may still
+/// be on the way back from that, with more to post. Looks seldom, so that the two don't meet at the lock for
+/// each task. It doesn't yield the processor: the system would count that against the worker, and wake it
+/// late the next time.
+bool SerialQueue::linger() {
+  if (!_executors->lingers) return false;
+  for (int looks = 0; looks < 8; ++looks) {
+    for (int pauses = 0; pauses < 64; ++pauses) pauseProcessor();
+    if (takeBatch()) return true;
+  }
+  return false;
 }
 
 QueueSnapshot SerialQueue::snapshot() {

@@ -15,14 +15,15 @@ class SerialQueue final : public PoolQueue {
 
   using Queue::post;
   void post(Task task) override NVX_EXCLUDES(_mutex);
+  bool endsAfterTurn() override NVX_EXCLUDES(_mutex);
   QueueSnapshot snapshot() override NVX_EXCLUDES(_mutex);
 
  protected:
-  bool run() override NVX_EXCLUDES(_mutex);
+  void run() override NVX_EXCLUDES(_mutex);
 
  private:
-  bool takeBatch(bool mayEnd) NVX_EXCLUDES(_mutex);
-  static void linger();
+  bool takeBatch() NVX_EXCLUDES(_mutex);
+  bool linger() NVX_EXCLUDES(_mutex);
 
   Mutex _mutex;
   TaskList _waiting NVX_GUARDED_BY(_mutex);

@@ -2,6 +2,12 @@
 
 namespace nvxcore {
 
+namespace {
+void deleteChain(TaskBlock* block) {
+  while (block) delete std::exchange(block, block->next);
+}
+}  // namespace
+
 TaskBlock* TaskBlockStock::take() {
   {
     Lock lock(_mutex);
@@ -14,16 +20,16 @@ TaskBlock* TaskBlockStock::take() {
   return new TaskBlock;
 }
 
-void TaskBlockStock::give(TaskBlock* block) {
+void TaskBlockStock::give(TaskBlock* first, TaskBlock* last, size_t count) {
   {
     Lock lock(_mutex);
-    if (_count < kMost) {
-      block->next = std::exchange(_first, block);
-      ++_count;
+    if (_count + count <= kMost) {
+      last->next = std::exchange(_first, first);
+      _count += count;
       return;
     }
   }
-  delete block;
+  deleteChain(first);
 }
 
 void TaskBlockStock::trim() {
@@ -33,7 +39,7 @@ void TaskBlockStock::trim() {
     block = std::exchange(_first, nullptr);
     _count = 0;
   }
-  while (block) delete std::exchange(block, block->next);
+  deleteChain(block);
 }
 
 TaskList::~TaskList() {
@@ -42,7 +48,13 @@ TaskList::~TaskList() {
 }
 
 void TaskList::extend() {
-  TaskBlock* block = _stock.take();
+  TaskBlock* block = _spent;
+  if (block) {
+    _spent = std::exchange(block->next, nullptr);
+    --_spentCount;
+  } else {
+    block = _stock.take();
+  }
   if (_last) {
     _last->next = block;
   } else {
@@ -54,10 +66,13 @@ void TaskList::extend() {
 
 void TaskList::releaseFront() {
   _begin = 0;
-  if (_first == _last) {
-    _end = 0;  // Empty: the one block starts anew.
+  if (_first != _last) {
+    TaskBlock* block = std::exchange(_first, _first->next);
+    block->next = std::exchange(_spent, block);
+    if (_spentCount++ == 0) _spentLast = block;
   } else {
-    _stock.give(std::exchange(_first, _first->next));
+    _end = 0;  // Empty: the one block starts anew.
+    if (_spent) _stock.give(std::exchange(_spent, nullptr), _spentLast, std::exchange(_spentCount, 0));
   }
 }
 

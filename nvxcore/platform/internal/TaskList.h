@@ -24,7 +24,8 @@ class TaskBlockStock {
   ~TaskBlockStock() { trim(); }
 
   TaskBlock* take() NVX_EXCLUDES(_mutex);
-  void give(TaskBlock* block) NVX_EXCLUDES(_mutex);
+  /// Takes over the chain of `count` blocks from `first` to `last`.
+  void give(TaskBlock* first, TaskBlock* last, size_t count) NVX_EXCLUDES(_mutex);
   /// Gives the memory back to the system.
   void trim() NVX_EXCLUDES(_mutex);
 
@@ -72,6 +73,9 @@ class TaskList {
     std::swap(_begin, other._begin);
     std::swap(_end, other._end);
     std::swap(_size, other._size);
+    std::swap(_spent, other._spent);
+    std::swap(_spentLast, other._spentLast);
+    std::swap(_spentCount, other._spentCount);
   }
 
  private:
@@ -84,6 +88,9 @@ class TaskList {
   size_t _begin = 0;  // of the oldest task in _first
   size_t _end = 0;    // behind the newest task in _last
   size_t _size = 0;
+  TaskBlock* _spent = nullptr;  // blocks whose tasks have all been taken off
+  TaskBlock* _spentLast = nullptr;
+  size_t _spentCount = 0;
 };
 
 }  // namespace nvxcore

@@ -59,21 +59,47 @@ void WorkerPool::startWorker(const WorkerRef& worker) {
 }
 
 void WorkerPool::work(const WorkerRef& worker) {
-  while (PoolQueue* queue = nextQueue(worker)) release(worker, queue->runOnWorker());
-}
-
-/// What `worker` is to run, once there is something; null when it has to end.
-PoolQueue* WorkerPool::nextQueue(const WorkerRef& worker) {
+  PoolQueue* queue;
   {
     Lock lock(_mutex);
-    if (!worker->queue) worker->queue = popLine();
-    if (worker->queue) return worker->queue.get();
-    if (_stopped) {
-      remove(worker);
-      return nullptr;
-    }
-    _parked.push_back(worker);
+    queue = worker->queue.get();
   }
+  while (queue) {
+    queue->runOnWorker();
+    queue = queueAfterTurn(worker);
+  }
+}
+
+/// What `worker` goes on with, once there is something; null when it has to end.
+PoolQueue* WorkerPool::queueAfterTurn(const WorkerRef& worker) {
+  std::shared_ptr<PoolQueue> ended;  // May be the last reference: dropped without the lock.
+  PoolQueue* next;
+  bool parks;
+  {
+    Lock lock(_mutex);
+    if (worker->queue->endsAfterTurn()) {
+      ended.swap(worker->queue);
+    } else {
+      pushLine(std::move(worker->queue));
+    }
+    worker->queue = popLine();
+    next = worker->queue.get();
+    parks = !next && !_stopped;
+    if (parks) {
+      _parked.push_back(worker);
+    } else if (!next) {
+      remove(worker);
+    }
+  }
+  if (ended) {
+    ended.reset();
+    _executors.activity.end();
+  }
+  return parks ? park(worker) : next;
+}
+
+/// Waits among the parked workers to be given a queue; null when `worker` has to end.
+PoolQueue* WorkerPool::park(const WorkerRef& worker) {
   const int64_t now = _executors.threading->monotonicNanos();
   if (!worker->parker->parkUntil(deadlineAfter(now, kIdleSeconds))) {
     {
@@ -88,17 +114,6 @@ PoolQueue* WorkerPool::nextQueue(const WorkerRef& worker) {
   Lock lock(_mutex);
   if (!worker->queue) remove(worker);  // Woken by `stop`.
   return worker->queue.get();
-}
-
-void WorkerPool::release(const WorkerRef& worker, bool again) {
-  std::shared_ptr<PoolQueue> queue;  // May be the last reference: dropped without the lock.
-  {
-    Lock lock(_mutex);
-    queue.swap(worker->queue);
-    if (again) pushLine(std::move(queue));
-  }
-  queue.reset();
-  if (!again) _executors.activity.end();
 }
 
 WorkerPool::WorkerRef WorkerPool::giveToParked(std::shared_ptr<PoolQueue>& queue) {

@@ -41,8 +41,8 @@ class WorkerPool {
 
   void startWorker(const WorkerRef& worker) NVX_EXCLUDES(_mutex);
   void work(const WorkerRef& worker) NVX_EXCLUDES(_mutex);
-  PoolQueue* nextQueue(const WorkerRef& worker) NVX_EXCLUDES(_mutex);
-  void release(const WorkerRef& worker, bool again) NVX_EXCLUDES(_mutex);
+  PoolQueue* queueAfterTurn(const WorkerRef& worker) NVX_EXCLUDES(_mutex);
+  PoolQueue* park(const WorkerRef& worker) NVX_EXCLUDES(_mutex);
   WorkerRef giveToParked(std::shared_ptr<PoolQueue>& queue) NVX_REQUIRES(_mutex);
   void remove(const WorkerRef& worker) NVX_REQUIRES(_mutex);
   void pushLine(std::shared_ptr<PoolQueue> queue) NVX_REQUIRES(_mutex);

@@ -169,6 +169,11 @@ int CurlConnectionPool::onSocket(CURL* easy, curl_socket_t descriptor, int what,
                       connection.isOpen);
   if (CurlTransfer* transfer = transferOf(easy)) {
     if (what != CURL_POLL_REMOVE && connection.isOpen) {
+      // A transfer that goes on over another connection leaves the one before.
+      if (transfer->descriptor >= 0 && transfer->descriptor != descriptor) {
+        if (Connection& before = pool._connections[transfer->descriptor]; before.user == transfer)
+          before.user = nullptr;
+      }
       connection.user = transfer;
       transfer->descriptor = descriptor;
     }
@@ -198,7 +203,8 @@ int CurlConnectionPool::onCloseSocket(void* self, curl_socket_t descriptor) noex
 }
 
 void CurlConnectionPool::socketReady(int descriptor, uint32_t events) {
-  if (CurlTransfer* user = connection(descriptor).user; user && (!user->isMultiplexed() || multiplexedCount == 1))
+  if (CurlTransfer* user = connection(descriptor).user;
+      user && (!user->isMultiplexed() || multiplexedCount == 1))
     user->madeProgress();
   const int action = (events & EPOLLIN ? CURL_CSELECT_IN : 0) | (events & EPOLLOUT ? CURL_CSELECT_OUT : 0) |
                      (events & (EPOLLERR | EPOLLHUP) ? CURL_CSELECT_ERR : 0);

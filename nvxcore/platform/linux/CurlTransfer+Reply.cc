@@ -11,7 +11,8 @@ namespace nvxcore {
 
 namespace {
 
-constexpr size_t kLongestHead = 512 << 10;
+/// Below libcurl's own limit, which it tells as a connection that broke.
+constexpr size_t kLongestHead = 256 << 10;
 
 std::string_view trimmed(std::string_view text) {
   const size_t first = text.find_first_not_of(" \t\r\n");
@@ -28,12 +29,9 @@ bool hasCapital(std::string_view text) {
 /// Takes a line of a head: the status line, a field, or the empty line at its end. Interim heads are dropped,
 /// and so are the fields behind a body.
 size_t CurlTransfer::headerLine(std::string_view line) {
-  if (_hasHead) return line.size();
+  if (_hasHead || _failure) return line.size();
   _headLength += line.size();
-  if (_headLength > kLongestHead) {
-    _failure = transferError(kURLErrorDataLengthExceedsMaximum, _request.url);
-    return 0;
-  }
+  if (_headLength > kLongestHead) refuse(kURLErrorDataLengthExceedsMaximum);
   madeProgress();
   if (line.starts_with("HTTP/")) {
     const size_t space = line.find(' ');
@@ -66,6 +64,10 @@ size_t CurlTransfer::headerLine(std::string_view line) {
 
 void CurlTransfer::headComplete() {
   _hasHead = true;
+  if (_request.hasBody()) {
+    const auto coded = URLResponse::http(_request.url, _status, {}, _headers, false);
+    _bodyLength = _status == 204 || _status == 304 ? 0 : coded.expectedContentLength();
+  }
   _task->receivedHead(*this, URLResponse::http(_request.url, _status, std::move(_version), std::move(_headers),
                                         _request.decodesReply));
   noteChange();
@@ -73,9 +75,10 @@ void CurlTransfer::headComplete() {
 
 size_t CurlTransfer::body(const char* bytes, size_t length) {
   madeProgress();
+  if (_failure) return length;
   if (_received + static_cast<int64_t>(length) > _task->maximumReplyLength()) {
-    _failure = transferError(kURLErrorDataLengthExceedsMaximum, _request.url);
-    return 0;
+    refuse(kURLErrorDataLengthExceedsMaximum);
+    return length;
   }
   if (!_task->receivedBody(*this, bytes, length)) {
     _receivePaused = true;

@@ -132,6 +132,7 @@ size_t CurlTransfer::nextBodyBytes(char* buffer, size_t size) {
 }
 
 void CurlTransfer::sent(int64_t bytes) {
+  _bytesSent = bytes;
   const int64_t length =
       _pump ? _request.body.streamLength : static_cast<int64_t>(_request.body.bytes.length());
   // What libcurl counts of a chunked body are the bytes on the wire.

@@ -129,7 +129,30 @@ void CurlTransfer::noteChange() {
 
 void CurlTransfer::tell() {
   _isChanged = false;
+  if (_stage == Stage::Running && _failure) return end(_failure);
+  if (_stage == Stage::Running && !_receivePaused && hasUnsentBody() && isReplyComplete()) return end({});
   if (_task) _task->flush();
+}
+
+bool CurlTransfer::hasUnsentBody() const {
+  if (!_request.hasBody()) return false;
+  if (_pump) return !_piece.isEnd || _pieceOffset < _piece.bytes.length();
+  return _bytesSent < static_cast<int64_t>(_request.body.bytes.length());
+}
+
+/// True when the reply's body has come as long as its head said. Over HTTP/2 libcurl goes on sending even then.
+bool CurlTransfer::isReplyComplete() const {
+  if (!_hasHead || _bodyLength < 0) return false;
+  curl_off_t bytes = 0;
+  curl_easy_getinfo(_handle, CURLINFO_SIZE_DOWNLOAD_T, &bytes);
+  return bytes >= _bodyLength;
+}
+
+/// Fails the transfer at the end of the turn. A callback that fails it by its answer leaves a connection that
+/// others share in disorder.
+void CurlTransfer::refuse(URLErrorCode code) {
+  _failure = transferError(code, _request.url);
+  noteChange();
 }
 
 bool CurlTransfer::mayBeAnsweredEarly() const {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "nvxcore/platform/HTTPHeaders.h"
+#include "nvxcore/platform/URLErrors.h"
 #include "nvxcore/platform/linux/BodyPump.h"
 #include "nvxcore/platform/linux/HostResolver.h"
 #include "nvxcore/platform/linux/PreparedRequest.h"
@@ -67,8 +68,11 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   void setMethodAndBody();
   void setPause();
   void noteChange();
+  void refuse(URLErrorCode code);
   void end(const Error& error);
   bool waitsForHost() const;
+  bool hasUnsentBody() const;
+  bool isReplyComplete() const;
 
   int requestDue();
   size_t headerLine(std::string_view line);
@@ -97,7 +101,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   Stage _stage = Stage::New;
   bool _isChanged = false;
   std::atomic<int64_t> _lastProgress{0};
-  Error _failure;  ///< Why a callback refused to go on.
+  Error _failure;  ///< Why it is not to go on.
 
   // The request.
   std::shared_ptr<BodyPump> _pump;
@@ -107,6 +111,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   bool _isPulled = false;  ///< The first piece is there.
   bool _sendPaused = false;
   int64_t _bodyTaken = 0;  ///< Bytes of the stream that libcurl has taken.
+  int64_t _bytesSent = 0;  ///< As libcurl counts them.
   int _timesDue = 0;
   long _sentWhenDue = 0;
   bool _isMultiplexed = false;
@@ -119,6 +124,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   bool _hasHead = false;
   bool _receivePaused = false;
   int64_t _received = 0;
+  int64_t _bodyLength = -1;  ///< On the wire; -1 when the head does not say.
 
   char _message[CURL_ERROR_SIZE] = {};
 };

@@ -51,7 +51,7 @@ URLErrorCode codeOfBrokenConnection(std::string_view message) {
   if (mentions(message, "alert certificate required")) return kURLErrorClientCertificateRequired;
   if (mentions(message, "alert bad certificate") || mentions(message, "alert unknown ca"))
     return kURLErrorClientCertificateRejected;
-  if (mentions(message, "Chunked-Encoded")) return kURLErrorCannotParseResponse;
+  if (mentions(message, "hunked-")) return kURLErrorCannotParseResponse;
   return kURLErrorNetworkConnectionLost;
 }
 

@@ -1,0 +1,174 @@
+// POSTs to a geo server in a process of its own, beside libcurl used plainly
+// (benchmarks/support/MultiPeer.h).
+//
+//   post/small:   one POST of one request at a time, through fetcher, service and dispatcher, callbacks on a
+//   queue that is
+//                 not the main one; the time from handing it in to the handler's call
+//   batch/50:     POSTs of 50 requests, four in flight, handlers on a named queue; items are requests
+//   single/1:     POSTs of one request over one kept-alive easy handle; items are requests
+
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "benchmarks/support/MultiPeer.h"
+#include "benchmarks/support/ServerProcess.h"
+#include "nvxcore/connection/NVXDASHBlocksRequest.h"
+#include "nvxcore/connection/NVXDASHConnectionImpl.h"
+#include "nvxcore/foundation/base/NVXSystemClock.h"
+#include "nvxcore/platform/Semaphore.h"
+#include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
+#include "nvxcore/transport/NVXx_HTKSessionFetcherService.h"
+
+namespace {
+
+using namespace nvxcore;
+using namespace nvxcore::benchmarks;
+
+constexpr int kInFlight = 4;
+constexpr int kRequests = 50;
+constexpr int kBatches = 200;
+const std::string kPayload(40, 'p');
+
+void require(bool held, const char* what) {
+  if (held) return;
+  std::fprintf(stderr, "%s\n", what);
+  std::exit(1);
+}
+
+/// The body that the connection would frame for `count` requests.
+std::string framed(int count) {
+  utils::JavaDataOutput output;
+  output.WriteShort(24);
+  output.WriteLong(0);
+  for (const char* text : {"en", "linux:x", "1.0", "bench"}) output.WriteUTF(text);
+  for (int i = 0; i < count; ++i) {
+    output.WriteShort(39);
+    output.WriteInt(static_cast<int32_t>(kPayload.size()));
+    output.WriteBytes(kPayload.data(), kPayload.size());
+  }
+  return std::string(output.data().view());
+}
+
+size_t replyLength(int count) { return 2 + static_cast<size_t>(count) * (6 + kPayload.size()); }
+
+ServerProcess& server() {
+  static ServerProcess process;
+  return process;
+}
+
+void smallPostOurs(benchmark::State& state) {
+  auto service = NVXx_HTKSessionFetcherService::init();
+  service->setCallbackQueue(Queue::serial("bench.callbacks"));
+  URLRequest request(URL::withString(server().url()));
+  request.headers.set("Content-Type", "application/binary");
+  const Data body = Data::copy(framed(1));
+  Semaphore done(0);
+  size_t length = 0;
+  for (auto _ : state) {
+    FetcherRef fetcher = service->fetcherWithRequest(request);
+    fetcher->setBodyData(body);
+    fetcher->beginFetchWithCompletionHandler([&](const Data& data, const Error&) {
+      length = data.length();
+      done.signal();
+    });
+    done.wait();
+  }
+  require(length == replyLength(1), "the reply has another length");
+  service->resetSession();
+}
+
+void smallPostPeer(benchmark::State& state) {
+  MultiPeer peer;
+  const std::string body = framed(1);
+  Semaphore done(0);
+  size_t length = 0;
+  for (auto _ : state) {
+    peer.post(server().url(), body, [&](const std::string& reply) {
+      length = reply.size();
+      done.signal();
+    });
+    done.wait();
+  }
+  require(length == replyLength(1), "the reply has another length");
+}
+
+void batchOurs(benchmark::State& state) {
+  auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent("bench/1");
+  service->setCallbackQueue(Queue::serial("bench.callbacks"));
+  auto connection = NVXDASHConnection::initWithServerURL(
+      URL::withString(server().url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "bench"}),
+      std::make_shared<NVXDASHClientState>(), service, std::make_shared<NVXSystemClock>());
+  const QueueRef handlers = Queue::serial("bench.handlers");
+  const Data payload = Data::copy(std::string("\0\0\0\x28", 4) + kPayload);
+  for (auto _ : state) {
+    Semaphore done(0);
+    std::atomic<int> started{0};
+    int ended = 0;  // of the handlers' queue
+    std::function<void()> sendBatch = [&] {
+      if (started.fetch_add(1) >= kBatches) return;
+      auto left = std::make_shared<std::atomic<int>>(kRequests);
+      connection->suspendSending();
+      for (int i = 0; i < kRequests; ++i) {
+        connection->sendRequest(
+            NVXDASHBlocksRequest::requestWithID(39, payload, [&, left](utils::JavaDataInput* input) {
+              const Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
+              handlers->post([&, left, answer] {
+                require(answer.length() == kPayload.size(), "an answer has another length");
+                if (--*left > 0) return;
+                if (++ended == kBatches) return done.signal();
+                sendBatch();
+              });
+              return true;
+            }));
+      }
+      connection->resumeSending();
+    };
+    for (int i = 0; i < kInFlight; ++i) sendBatch();
+    done.wait();
+  }
+  state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
+  require(connection->drain(10), "POSTs are left");
+  service->resetSession();
+}
+
+void batchPeer(benchmark::State& state) {
+  MultiPeer peer;
+  const std::string body = framed(kRequests);
+  for (auto _ : state) {
+    Semaphore done(0);
+    std::atomic<int> started{0};
+    int ended = 0;  // of the peer's second thread
+    std::function<void()> sendBatch = [&] {
+      if (started.fetch_add(1) >= kBatches) return;
+      peer.post(server().url(), body, [&](const std::string& reply) {
+        require(reply.size() == replyLength(kRequests), "the reply has another length");
+        if (++ended == kBatches) return done.signal();
+        sendBatch();
+      });
+    };
+    for (int i = 0; i < kInFlight; ++i) sendBatch();
+    done.wait();
+  }
+  state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
+}
+
+void singlePeer(benchmark::State& state) {
+  const std::string body = framed(1);
+  for (auto _ : state) state.SetIterationTime(postOneByOne(server().url(), body, kBatches));
+  state.SetItemsProcessed(state.iterations() * kBatches);
+}
+
+}  // namespace
+
+BENCHMARK(smallPostOurs)->Name("post/small/ours")->UseRealTime();
+BENCHMARK(smallPostPeer)->Name("post/small/peer")->UseRealTime();
+BENCHMARK(batchOurs)->Name("batch/50/ours")->UseRealTime();
+BENCHMARK(batchPeer)->Name("batch/50/peer")->UseRealTime();
+BENCHMARK(singlePeer)->Name("single/1/peer")->UseManualTime();
+
+BENCHMARK_MAIN();
