@@ -26,8 +26,10 @@ void checkCookie(const HTTPCookie& cookie, const URL& url, Date now) {
   NVX_MUST_HOLD(!cookie.name().empty() && cookie.path().front() == '/');
   NVX_MUST_HOLD(cookie.domain() == host || ("." + host).ends_with(cookie.domain()));
   for (const std::string* part : {&cookie.name(), &cookie.value(), &cookie.path()}) {
-    for (unsigned char c : *part) NVX_MUST_HOLD((c >= 0x20 || c == '\t') && c != 0x7F && c != ';');
+    for (unsigned char c : *part) NVX_MUST_HOLD((c >= 0x20 || c == '\t') && c != 0x7F);
   }
+  NVX_MUST_HOLD(cookie.name().find(';') == std::string::npos &&
+                cookie.value().find(';') == std::string::npos);
   if (const auto date = cookie.expiresDate()) {
     // From the year 1601 to 9999, or the largest age from now on.
     const double seconds = date->timeIntervalSince1970();

@@ -20,6 +20,10 @@ bool sameButForCase(const std::string& a, const std::string& b) {
                     [&](char x, char y) { return lower(x) == lower(y); });
 }
 
+bool isASCII(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
+}
+
 void checkHeaders(const HTTPHeaders& headers) {
   for (const auto& [name, value] : headers) {
     const std::string canonical = HTTPHeaders::canonicalName(name);
@@ -72,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
       const URL target = base.resolving(text);
       checkURL(target);
-      if (target && !target.scheme().empty()) {
+      if (target && !target.scheme().empty() && isASCII(target.absoluteString())) {
         // What is absolute stays as it is.
         const URL again = base.resolving(target.absoluteString());
         NVX_MUST_HOLD(again.absoluteString() == target.resolving(target.absoluteString()).absoluteString());
