@@ -59,7 +59,7 @@ class FileInputStream final : public InputStream {
 
  private:
   void fail(int number) {
-    const int64_t code = number == ENOENT                       ? kFileReadNoSuchFileError
+    const int64_t code = number == ENOENT                      ? kFileReadNoSuchFileError
                          : number == EACCES || number == EPERM ? kFileReadNoPermissionError
                                                                : kFileReadUnknownError;
     _error = Error(kCocoaErrorDomain, code,
