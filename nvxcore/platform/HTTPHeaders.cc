@@ -15,9 +15,9 @@ bool sameName(std::string_view a, std::string_view b) {
 }
 
 /// Names whose usual spelling is not a capital at the start of each word.
-constexpr std::string_view kIrregularNames[] = {"ETag",         "WWW-Authenticate", "Content-MD5",
-                                                "MIME-Version", "TE",               "DNT",
-                                                "P3P",          "X-UA-Compatible",  "X-XSS-Protection"};
+constexpr std::string_view kIrregularNames[] = {
+    "ETag", "WWW-Authenticate", "Content-MD5",     "MIME-Version", "TE", "DNT",
+    "P3P",  "X-UA-Compatible",  "X-XSS-Protection"};
 
 template <class Same>
 std::optional<std::string> joined(const std::vector<HTTPHeaders::Field>& fields, Same same) {
@@ -62,6 +62,10 @@ void HTTPHeaders::set(std::string_view name, std::optional<std::string_view> val
 }
 
 void HTTPHeaders::add(std::string_view name, std::string_view value) { _fields.emplace_back(name, value); }
+
+void HTTPHeaders::continueLast(std::string_view value) {
+  if (!_fields.empty()) _fields.back().second.append(" ").append(value);
+}
 
 std::string HTTPHeaders::canonicalName(std::string_view name) {
   for (std::string_view irregular : kIrregularNames) {

@@ -30,6 +30,8 @@ class NVXCORE_EXPORT HTTPHeaders {
   /// Replaces all fields of that name by one; an empty optional removes them.
   void set(std::string_view name, std::optional<std::string_view> value);
   void add(std::string_view name, std::string_view value);
+  /// Goes on with the value of the last field, behind a space (RFC 9112, 5.2). Nothing without a field.
+  void continueLast(std::string_view value);
 
   size_t size() const { return _fields.size(); }
   bool empty() const { return _fields.empty(); }

@@ -50,7 +50,8 @@ struct NVXCORE_EXPORT HTTPSessionConfiguration {
   bool allowsPlainHTTP =
       true;  ///< False refuses "http" with kURLErrorAppTransportSecurityRequiresSecureConnection.
   bool allowsCellularAccess = true;
-  /// Decoded bytes of a reply beyond which its task fails with kURLErrorDataLengthExceedsMaximum.
+  /// Decoded bytes of a reply beyond which its task fails with kURLErrorDataLengthExceedsMaximum. What goes
+  /// to a file is not limited.
   int64_t maximumReplyLength = int64_t{256} << 20;
 };
 using HTTPSessionConfigurationRef = std::shared_ptr<HTTPSessionConfiguration>;
@@ -86,9 +87,9 @@ class NVXCORE_EXPORT HTTPSessionTask {
   /// Ends the transfer with kURLErrorCancelled, unless it has ended. No event but the completion begins
   /// afterwards.
   virtual void cancel() = 0;
-  /// As `cancel`. Of a download task that can be resumed, `handler` gets the bytes for
-  /// `downloadTaskWithResumeData`, else nothing. Called once, on a thread of the service, before the
-  /// completion is sent.
+  /// As `cancel`. Of a download task that can be resumed (a GET whose reply has a strong ETag or a date of
+  /// last change, and no content coding), `handler` gets the bytes for `downloadTaskWithResumeData`, else
+  /// nothing. Called once, on a thread of the service, before the completion is sent.
   virtual void cancelByProducingResumeData(std::function<void(Data)> handler) = 0;
   virtual TaskState state() const = 0;
   virtual URLResponse response() const = 0;
@@ -104,7 +105,11 @@ class NVXCORE_EXPORT HTTPSessionTask {
 };
 
 /// Takes the events of a session: all of them on its delegate queue, one after another. For each task that
-/// was resumed or cancelled there is one `taskDidCompleteWithError`, and no event of the task after it.
+/// was resumed or cancelled there is one `taskDidCompleteWithError`, and no event of the task after it; of a
+/// data task that has become a download task, that one has it.
+///
+/// An event that asks for an answer holds the transfer up until it is given; little of the reply is read
+/// ahead. A reply that is there at once is told in one turn of the queue.
 class NVXCORE_EXPORT HTTPSessionDelegate {
  public:
   virtual ~HTTPSessionDelegate() = default;
@@ -123,7 +128,9 @@ class NVXCORE_EXPORT HTTPSessionDelegate {
                                           ResponseDispositionHandler completionHandler) = 0;
   virtual void dataTaskDidBecomeDownloadTask(const HTTPSessionTaskRef& dataTask,
                                              const HTTPSessionTaskRef& downloadTask) = 0;
+  /// At most 1 MiB of a task waits to be taken by this event; the transfer pauses meanwhile.
   virtual void dataTaskDidReceiveData(const HTTPSessionTaskRef& task, const Data& data) = 0;
+  /// From services that cache replies; the default one does not.
   virtual void dataTaskWillCacheResponse(const HTTPSessionTaskRef& task,
                                          const CachedURLResponse& proposedResponse,
                                          CachedResponseHandler completionHandler) = 0;

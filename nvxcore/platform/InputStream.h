@@ -22,9 +22,9 @@ class NVXCORE_EXPORT InputStream {
   /// `streamError` names.
   virtual int64_t read(uint8_t* buffer, size_t maxLength) = 0;
   virtual Error streamError() const { return {}; }
-  /// True when `read` answers without waiting: bytes, a failure or the end. A sender that got fewer bytes than
-  /// it asked for reads on while this holds; a stream that would have to wait says false and is sent as it
-  /// comes.
+  /// True when `read` answers without waiting: bytes, a failure or the end. A sender that got fewer bytes
+  /// than it asked for reads on while this holds; a stream that would have to wait says false and is sent as
+  /// it comes.
   virtual bool hasBytesAvailable() const = 0;
 
   /// The bytes of `data`.

@@ -25,8 +25,9 @@ struct URLRequest {
   Data body;
   /// A body that is pulled while it is sent. It can be pulled once.
   std::shared_ptr<InputStream> bodyStream;
-  /// Seconds without any progress, in either direction, after which the transfer fails. Not the time it may
-  /// take.
+  /// Seconds without any progress, in either direction, after which the transfer fails. Looking the name up
+  /// and connecting count; waiting for the host (an answer, room for data, bytes of a stream) does not. Not
+  /// the time that the transfer may take.
   TimeInterval timeoutInterval = 60.0;
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy;
   bool allowsCellularAccess = true;

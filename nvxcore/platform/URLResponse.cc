@@ -98,6 +98,8 @@ const HTTPHeaders& URLResponse::headers() const {
 const std::string& URLResponse::mimeType() const {
   return _contents ? _contents->mimeType : none<std::string>();
 }
-int64_t URLResponse::expectedContentLength() const { return _contents ? _contents->expectedContentLength : -1; }
+int64_t URLResponse::expectedContentLength() const {
+  return _contents ? _contents->expectedContentLength : -1;
+}
 
 }  // namespace nvxcore

@@ -28,7 +28,9 @@ class BecomeDownloadTask final : public HTTPSessionTask {
   int64_t countOfBytesSent() const override { return _task->countOfBytesSent(); }
   int64_t countOfBytesReceived() const override { return _task->countOfBytesReceived(); }
   std::string taskDescription() const override { return _task->taskDescription(); }
-  void setTaskDescription(std::string description) override { _task->setTaskDescription(std::move(description)); }
+  void setTaskDescription(std::string description) override {
+    _task->setTaskDescription(std::move(description));
+  }
   bool setPriority(float priority) override { return _task->setPriority(priority); }
 
  private:

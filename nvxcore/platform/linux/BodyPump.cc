@@ -41,8 +41,8 @@ void BodyPump::carryOut(size_t maxLength) {
   if (handler) handler(std::move(piece));
 }
 
-/// A stream that answers at once is read until the buffer is full or the stream has ended: one that ends within
-/// its first pull can then be sent with its length. One that would have to wait is sent as it comes.
+/// A stream that answers at once is read until the buffer is full or the stream has ended: one that ends
+/// within its first pull can then be sent with its length. One that would have to wait is sent as it comes.
 BodyPiece BodyPump::read(size_t maxLength) {
   BodyPiece piece;
   try {

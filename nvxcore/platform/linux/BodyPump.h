@@ -29,7 +29,8 @@ class BodyPump : public std::enable_shared_from_this<BodyPump> {
 
   explicit BodyPump(std::shared_ptr<InputStream> stream) : _stream(std::move(stream)) {}
 
-  /// Pulls at most `maxLength` bytes and hands them to `handler` on another thread. One at a time; any thread.
+  /// Pulls at most `maxLength` bytes and hands them to `handler` on another thread. One at a time; any
+  /// thread.
   void pull(size_t maxLength, Handler handler);
   /// Closes the stream after the pull under way, whose handler is dropped. Any thread.
   void stop();

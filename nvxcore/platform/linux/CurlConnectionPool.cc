@@ -203,9 +203,8 @@ int CurlConnectionPool::onCloseSocket(void* self, curl_socket_t descriptor) noex
 }
 
 void CurlConnectionPool::socketReady(int descriptor, uint32_t events) {
-  if (CurlTransfer* user = connection(descriptor).user;
-      user && (!user->isMultiplexed() || multiplexedCount == 1))
-    user->madeProgress();
+  // What happens on a connection that is shared may be of concern to others only.
+  if (CurlTransfer* user = connection(descriptor).user; user && !user->isMultiplexed()) user->madeProgress();
   const int action = (events & EPOLLIN ? CURL_CSELECT_IN : 0) | (events & EPOLLOUT ? CURL_CSELECT_OUT : 0) |
                      (events & (EPOLLERR | EPOLLHUP) ? CURL_CSELECT_ERR : 0);
   int running = 0;
@@ -245,11 +244,11 @@ void CurlConnectionPool::endAnsweredEarly() {
 int64_t CurlConnectionPool::failTimedOut(int64_t nowNanos) {
   int64_t next = INT64_MAX;
   for (const auto& transfer : std::vector(_transfers)) {
-    const int64_t at = transfer->timeOutAt();
-    if (at <= nowNanos) {
+    transfer->lookAtSending();
+    if (transfer->timeOutAt() <= nowNanos) {
       transfer->timeOut();
     } else {
-      next = std::min(next, at);
+      next = std::min(next, transfer->nextLookAt());
     }
   }
   return next;

@@ -17,7 +17,8 @@ class CurlTransfer;
 
 /// The connections of one session: a multi handle with its transfers, driven by the events of their sockets.
 /// All of it happens on the I/O thread, but for what says otherwise.
-class CurlConnectionPool final : public SocketClient, public std::enable_shared_from_this<CurlConnectionPool> {
+class CurlConnectionPool final : public SocketClient,
+                                 public std::enable_shared_from_this<CurlConnectionPool> {
  public:
   /// Any thread.
   CurlConnectionPool(std::shared_ptr<CurlIOThread> thread, std::shared_ptr<HostResolver> resolver,
@@ -45,9 +46,6 @@ class CurlConnectionPool final : public SocketClient, public std::enable_shared_
   bool start(CURL* handle) { return curl_multi_add_handle(_multi, handle) == CURLM_OK; }
   /// Sees to it that what the transfer has for its task is told at the end of this turn.
   void tellAtEndOfTurn(std::shared_ptr<CurlTransfer> transfer);
-
-  /// Transfers of this session that share connections now (HTTP/2).
-  int multiplexedCount = 0;
 
   void socketReady(int descriptor, uint32_t events) override;
   int64_t endOfTurn() override;

@@ -98,14 +98,23 @@ void CurlIOThread::run() {
       if (millis >= 0 && (clientMillis < 0 || millis < clientMillis)) clientMillis = millis;
     }
     if (_now >= _nextTimeOut) {
-      int64_t next = INT64_MAX;
-      for (SocketClient* client : _clients) next = std::min(next, client->failTimedOut(_now));
-      _nextTimeOut = next;
+      failTimedOut();
       clientMillis = 0;  // What failed is told at the end of the next turn.
     }
     if (mayEnd()) return;
     waitForEvents(waitLimit(clientMillis));
+    _now = clockNanos();
+    dispatchEvents();
   }
+}
+
+/// Looks at the sockets once more, after the clock: what came before that moment is progress.
+void CurlIOThread::failTimedOut() {
+  _eventCount = ::epoll_wait(_epoll, _events, kMaximumEvents, 0);
+  dispatchEvents();
+  int64_t next = INT64_MAX;
+  for (SocketClient* client : _clients) next = std::min(next, client->failTimedOut(_now));
+  _nextTimeOut = next;
 }
 
 void CurlIOThread::runCommands() {
@@ -150,16 +159,16 @@ void CurlIOThread::waitForEvents(int timeoutMillis) {
       timeoutMillis = 0;
     }
   }
-  epoll_event events[64];
-  const int count = ::epoll_wait(_epoll, events, 64, timeoutMillis);
-  {
-    Lock lock(_lock);
-    _sleeps = false;
+  _eventCount = ::epoll_wait(_epoll, _events, kMaximumEvents, timeoutMillis);
+  Lock lock(_lock);
+  _sleeps = false;
+}
+
+void CurlIOThread::dispatchEvents() {
+  for (int i = 0; i < _eventCount; ++i) {
+    if (_events[i].data.fd != _wakeUp) dispatch(_events[i].data.fd, _events[i].events);
   }
-  _now = clockNanos();
-  for (int i = 0; i < count; ++i) {
-    if (events[i].data.fd != _wakeUp) dispatch(events[i].data.fd, events[i].events);
-  }
+  _eventCount = 0;
 }
 
 void CurlIOThread::dispatch(int descriptor, uint32_t events) {

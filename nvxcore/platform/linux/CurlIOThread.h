@@ -1,6 +1,7 @@
 #pragma once
 
-#include <atomic>
+#include <sys/epoll.h>
+
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -55,13 +56,15 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   /// Sees to it that `failTimedOut` is called at that moment.
   void lookForTimeOutsAt(int64_t nanos);
 
-  /// Watches a socket for `events`. With `lazily` set, events that are no longer wanted may stay watched until
-  /// they occur, which saves a system call where they are wanted again soon; such a socket is to be forgotten
-  /// before it is closed.
+  /// Watches a socket for `events`. With `lazily` set, events that are no longer wanted may stay watched
+  /// until they occur, which saves a system call where they are wanted again soon; such a socket is to be
+  /// forgotten before it is closed.
   void watch(int descriptor, uint32_t events, SocketClient* client, bool lazily);
   void forget(int descriptor);
 
  private:
+  static constexpr int kMaximumEvents = 64;
+
   struct Watch {
     SocketClient* client = nullptr;
     uint32_t wanted = 0;
@@ -75,6 +78,8 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   bool mayEnd();
   void arm(int descriptor, uint32_t events);
   void waitForEvents(int timeoutMillis);
+  void dispatchEvents();
+  void failTimedOut();
   void dispatch(int descriptor, uint32_t events);
   int waitLimit(int64_t clientMillis) const;
   void wake();
@@ -94,6 +99,8 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   std::vector<Task> _running;
   std::vector<SocketClient*> _clients;
   std::vector<Watch> _watches;  ///< By descriptor.
+  epoll_event _events[kMaximumEvents];
+  int _eventCount = 0;
   int64_t _now = 0;
   int64_t _nextTimeOut = INT64_MAX;
   int64_t _idleSince = -1;

@@ -6,8 +6,8 @@
 
 namespace nvxcore {
 
-CurlSession::CurlSession(std::shared_ptr<CurlConnectionPool> pool, std::shared_ptr<HTTPSessionDelegate> delegate,
-                         QueueRef delegateQueue)
+CurlSession::CurlSession(std::shared_ptr<CurlConnectionPool> pool,
+                         std::shared_ptr<HTTPSessionDelegate> delegate, QueueRef delegateQueue)
     : _pool(std::move(pool)), _delegateQueue(std::move(delegateQueue)), _delegate(std::move(delegate)) {}
 
 CurlSession::~CurlSession() { _pool->close(); }
@@ -103,8 +103,9 @@ void CurlSession::getTasksWithCompletionHandler(std::function<void(Tasks)> compl
                                                         : tasks.download;
     list.push_back(std::move(reported));
   }
-  _delegateQueue->post(
-      [handler = std::move(completionHandler), tasks = std::move(tasks)]() mutable { handler(std::move(tasks)); });
+  _delegateQueue->post([handler = std::move(completionHandler), tasks = std::move(tasks)]() mutable {
+    handler(std::move(tasks));
+  });
 }
 
 void CurlSession::finishTasksAndInvalidate() {

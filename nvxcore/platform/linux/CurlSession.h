@@ -48,8 +48,8 @@ class CurlSession final : public HTTPSession {
     std::shared_ptr<HTTPTask> running;
   };
 
-  std::shared_ptr<HTTPTask> makeTask(TaskKind kind, const URLRequest& request, HTTPTask::BodySource bodySource,
-                                     const URL& bodyFile = {});
+  std::shared_ptr<HTTPTask> makeTask(TaskKind kind, const URLRequest& request,
+                                     HTTPTask::BodySource bodySource, const URL& bodyFile = {});
   /// True once, when the session is invalidated and has no task left.
   bool takeEnd() NVX_REQUIRES(_lock);
   void becomeInvalid();

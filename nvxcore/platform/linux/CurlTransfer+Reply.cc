@@ -49,6 +49,10 @@ size_t CurlTransfer::headerLine(std::string_view line) {
     if (_status >= 200) headComplete();
     return line.size();
   }
+  if (line.front() == ' ' || line.front() == '\t') {
+    _headers.continueLast(text);
+    return line.size();
+  }
   const size_t colon = text.find(':');
   if (colon == std::string_view::npos) return line.size();
   const std::string_view name = trimmed(text.substr(0, colon));
@@ -68,8 +72,8 @@ void CurlTransfer::headComplete() {
     const auto coded = URLResponse::http(_request.url, _status, {}, _headers, false);
     _bodyLength = _status == 204 || _status == 304 ? 0 : coded.expectedContentLength();
   }
-  _task->receivedHead(*this, URLResponse::http(_request.url, _status, std::move(_version), std::move(_headers),
-                                        _request.decodesReply));
+  _task->receivedHead(*this, URLResponse::http(_request.url, _status, std::move(_version),
+                                               std::move(_headers), _request.decodesReply));
   noteChange();
 }
 

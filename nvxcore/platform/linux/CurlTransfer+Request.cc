@@ -73,7 +73,8 @@ void CurlTransfer::launch() {
   set(CURLOPT_RESOLVE, _resolve);
   setMethodAndBody();
   _stage = Stage::Running;
-  if (!_pool->start(_handle)) end(transferError(kURLErrorUnknown, _request.url));
+  if (!_pool->start(_handle)) return end(transferError(kURLErrorUnknown, _request.url));
+  if (_request.hasBody()) _pool->thread().lookForTimeOutsAt(nextLookAt());
 }
 
 void CurlTransfer::setMethodAndBody() {
@@ -109,10 +110,7 @@ int CurlTransfer::requestDue() {
     return CURL_PREREQFUNC_ABORT;
   _sentWhenDue = sentBytes;
   madeProgress();
-  if (_request.isSecure && !_isMultiplexed && speaksHTTP2(_handle)) {
-    _isMultiplexed = true;
-    ++_pool->multiplexedCount;
-  }
+  _isMultiplexed = _request.isSecure && speaksHTTP2(_handle);
   return CURL_PREREQFUNC_OK;
 }
 

@@ -1,5 +1,8 @@
 #include "nvxcore/platform/linux/CurlTransfer.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -65,7 +68,8 @@ void CurlTransfer::prepare() {
             pool->thread().post([weak, addresses] {
               const auto self = weak.lock();
               if (!self || self->_stage != Stage::Preparing) return;
-              if (addresses->empty()) return self->end(transferError(kURLErrorCannotFindHost, self->_request.url));
+              if (addresses->empty())
+                return self->end(transferError(kURLErrorCannotFindHost, self->_request.url));
               self->_addresses = addresses;
               self->madeProgress();
               self->prepare();
@@ -84,7 +88,8 @@ void CurlTransfer::pullBody(size_t maxLength) {
   _pump->pull(maxLength, [weak = weak_from_this()](BodyPiece piece) {
     const auto self = weak.lock();
     if (!self) return;
-    self->_pool->postTransfer([self, piece = std::move(piece)]() mutable { self->received(std::move(piece)); });
+    self->_pool->postTransfer(
+        [self, piece = std::move(piece)]() mutable { self->received(std::move(piece)); });
   });
 }
 
@@ -94,8 +99,7 @@ void CurlTransfer::received(BodyPiece piece) {
   _isPulling = false;
   madeProgress();
   if (piece.failed)
-    return end(piece.error ? piece.error
-                           : transferError(kURLErrorRequestBodyStreamExhausted, _request.url));
+    return end(piece.error ? piece.error : transferError(kURLErrorRequestBodyStreamExhausted, _request.url));
   _piece = std::move(piece);
   _pieceOffset = 0;
   if (!std::exchange(_isPulled, true)) return prepare();
@@ -113,6 +117,19 @@ int64_t CurlTransfer::timeOutAt() const {
   const int64_t since =
       waitsForHost() ? _pool->thread().now() : _lastProgress.load(std::memory_order_relaxed);
   return since + _request.timeoutNanos;
+}
+
+int64_t CurlTransfer::nextLookAt() const {
+  const bool isSending = _untakenBytes > 0 || (_stage == Stage::Running && hasUnsentBody());
+  const int64_t at = timeOutAt();
+  return isSending ? std::min(at, _pool->thread().now() + _request.timeoutNanos / 4) : at;
+}
+
+void CurlTransfer::lookAtSending() {
+  if (_stage != Stage::Running || !_request.hasBody() || descriptor < 0) return;
+  int bytes = 0;
+  if (::ioctl(descriptor, SIOCOUTQ, &bytes) == 0 && std::exchange(_untakenBytes, bytes) != bytes)
+    madeProgress();
 }
 
 void CurlTransfer::timeOut() { end(transferError(kURLErrorTimedOut, _request.url)); }
@@ -140,7 +157,8 @@ bool CurlTransfer::hasUnsentBody() const {
   return _bytesSent < static_cast<int64_t>(_request.body.bytes.length());
 }
 
-/// True when the reply's body has come as long as its head said. Over HTTP/2 libcurl goes on sending even then.
+/// True when the reply's body has come as long as its head said. Over HTTP/2 libcurl goes on sending even
+/// then.
 bool CurlTransfer::isReplyComplete() const {
   if (!_hasHead || _bodyLength < 0) return false;
   curl_off_t bytes = 0;
@@ -188,7 +206,6 @@ void CurlTransfer::finish(CURLcode result) {
 void CurlTransfer::end(const Error& error) {
   const auto self = shared_from_this();
   if (_handle) _pool->giveBack(std::exchange(_handle, nullptr));
-  if (std::exchange(_isMultiplexed, false)) --_pool->multiplexedCount;
   if (_resolve) curl_slist_free_all(std::exchange(_resolve, nullptr));
   if (_pump) _pump->stop();
   if (_stage != Stage::New) _pool->remove(*this);

@@ -22,8 +22,8 @@ namespace nvxcore {
 class CurlConnectionPool;
 class HTTPTask;
 
-/// One request of a task on its way over the network: the name is looked up, the first piece of a streamed body
-/// is pulled, and libcurl carries the rest out. A redirect that is followed is another transfer.
+/// One request of a task on its way over the network: the name is looked up, the first piece of a streamed
+/// body is pulled, and libcurl carries the rest out. A redirect that is followed is another transfer.
 ///
 /// All of it happens on the I/O thread, but for what `TransferSource` has.
 class CurlTransfer final : public TransferSource, public std::enable_shared_from_this<CurlTransfer> {
@@ -49,6 +49,11 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   void finishAnsweredEarly();
   /// When it will have made no progress for too long, on the seam's clock.
   int64_t timeOutAt() const;
+  /// When to look at that again.
+  int64_t nextLookAt() const;
+  /// Counts what the server has taken of the request since the last look as progress. A socket tells of room
+  /// only once much of its buffer has been taken, which a slow line can take longer for than the time-out.
+  void lookAtSending();
   void timeOut();
   void madeProgress();
   bool isMultiplexed() const { return _isMultiplexed; }
@@ -112,6 +117,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   bool _sendPaused = false;
   int64_t _bodyTaken = 0;  ///< Bytes of the stream that libcurl has taken.
   int64_t _bytesSent = 0;  ///< As libcurl counts them.
+  int _untakenBytes = 0;   ///< In the socket, at the last look.
   int _timesDue = 0;
   long _sentWhenDue = 0;
   bool _isMultiplexed = false;

@@ -17,7 +17,7 @@ namespace nvxcore {
 namespace {
 
 Error fileError(int number, const URL& file) {
-  const int64_t code = number == ENOSPC                       ? kFileWriteOutOfSpaceError
+  const int64_t code = number == ENOSPC                      ? kFileWriteOutOfSpaceError
                        : number == EACCES || number == EPERM ? kFileWriteNoPermissionError
                                                              : kFileWriteUnknownError;
   return Error(kCocoaErrorDomain, code,
@@ -60,8 +60,9 @@ Error DownloadFile::take(const URL& kept) {
 Error DownloadFile::restart() {
   _length = 0;
   if (_descriptor < 0) return open();
-  return ::ftruncate(_descriptor, 0) == 0 && ::lseek(_descriptor, 0, SEEK_SET) == 0 ? Error()
-                                                                                     : fileError(errno, _location);
+  return ::ftruncate(_descriptor, 0) == 0 && ::lseek(_descriptor, 0, SEEK_SET) == 0
+             ? Error()
+             : fileError(errno, _location);
 }
 
 Error DownloadFile::append(const Data& bytes) {

@@ -8,8 +8,8 @@
 
 namespace nvxcore {
 
-/// The temporary file of a download; it goes with this object unless it was given away. Its operations wait for
-/// the disk. One thread at a time.
+/// The temporary file of a download; it goes with this object unless it was given away. Its operations wait
+/// for the disk. One thread at a time.
 class DownloadFile {
  public:
   DownloadFile() = default;

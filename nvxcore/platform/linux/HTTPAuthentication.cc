@@ -85,9 +85,9 @@ class ChallengeReader {
 
 std::string base64(std::string_view bytes) {
   std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                     reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
+  const int length =
+      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                      reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
   text.resize(static_cast<size_t>(length));
   return text;
 }
@@ -102,7 +102,8 @@ std::string hexadecimal(const unsigned char* bytes, size_t length) {
 /// How a Digest challenge is to be hashed; null when that is not known here.
 const EVP_MD* digestOf(const Scheme& scheme) {
   std::string algorithm = scheme.get("algorithm");
-  if (sameText(algorithm, "MD5-sess") || sameText(algorithm, "SHA-256-sess")) algorithm.resize(algorithm.size() - 5);
+  if (sameText(algorithm, "MD5-sess") || sameText(algorithm, "SHA-256-sess"))
+    algorithm.resize(algorithm.size() - 5);
   if (algorithm.empty() || sameText(algorithm, "MD5")) return EVP_md5();
   return sameText(algorithm, "SHA-256") ? EVP_sha256() : nullptr;
 }
@@ -169,12 +170,13 @@ std::string digestAuthorization(const Scheme& scheme, const URLCredential& crede
   if (algorithm.size() > 5 && sameText(std::string_view(algorithm).substr(algorithm.size() - 5), "-sess"))
     secret = hash(secret + ":" + nonce + ":" + clientNonce);
   const std::string subject = hash((request.method.empty() ? "GET" : request.method) + ":" + target);
-  const std::string response = hasQop
-                                   ? hash(secret + ":" + nonce + ":00000001:" + clientNonce + ":auth:" + subject)
-                                   : hash(secret + ":" + nonce + ":" + subject);
+  const std::string response =
+      hasQop ? hash(secret + ":" + nonce + ":00000001:" + clientNonce + ":auth:" + subject)
+             : hash(secret + ":" + nonce + ":" + subject);
 
   std::string text = "Digest username=" + quoted(credential.user) + ", realm=" + quoted(realm) +
-                     ", nonce=" + quoted(nonce) + ", uri=" + quoted(target) + ", response=" + quoted(response);
+                     ", nonce=" + quoted(nonce) + ", uri=" + quoted(target) +
+                     ", response=" + quoted(response);
   if (!algorithm.empty()) text += ", algorithm=" + algorithm;
   if (const std::string opaque = scheme.get("opaque"); !opaque.empty()) text += ", opaque=" + quoted(opaque);
   if (hasQop || text.find("-sess") != std::string::npos) text += ", cnonce=" + quoted(clientNonce);
@@ -206,7 +208,8 @@ std::optional<ReceivedChallenge> authenticationChallenge(const URLResponse& resp
   return received;
 }
 
-std::string authorization(const std::string& field, const URLCredential& credential, const URLRequest& request) {
+std::string authorization(const std::string& field, const URLCredential& credential,
+                          const URLRequest& request) {
   const std::optional<Scheme> scheme = strongest(field);
   if (scheme && sameText(scheme->name, "Digest")) return digestAuthorization(*scheme, credential, request);
   return "Basic " + base64(credential.user + ":" + credential.password);

@@ -54,7 +54,7 @@ void HTTPTask::answeredRedirect(uint64_t question, std::optional<URLRequest> req
   }
   if (!request) return flush();
   if (left) left->stop();
-  carryOut(*request);
+  carryOut(std::make_shared<URLRequest>(std::move(*request)));
 }
 
 void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition disposition,
@@ -70,7 +70,7 @@ void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition dis
     goesOn = disposition == AuthChallengeDisposition::UseCredential && credential;
     if (goesOn) {
       ++_authenticationFailures;
-      request = _request;
+      request = *_request;
       const bool isProxy = challenge->challenge.protectionSpace.isProxy;
       request.headers.set(isProxy ? "Proxy-Authorization" : "Authorization",
                           authorization(challenge->field, *credential, request));
@@ -81,17 +81,17 @@ void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition dis
   }
   if (!goesOn) return flush();
   if (left) left->stop();
-  carryOut(request);
+  carryOut(std::make_shared<URLRequest>(std::move(request)));
 }
 
 void HTTPTask::answeredStream(uint64_t question, std::shared_ptr<InputStream> stream) {
-  URLRequest request;
+  RequestRef request;
   {
     Lock lock(_lock);
     if (!takeQuestion<StreamQuestion>(question)) return;
     request = _request;
   }
-  if (!stream) return endWithoutTransfer(transferError(kURLErrorRequestBodyStreamExhausted, request.url));
+  if (!stream) return endWithoutTransfer(transferError(kURLErrorRequestBodyStreamExhausted, request->url));
   startTransfer(request, std::move(stream));
 }
 

@@ -15,7 +15,8 @@ int64_t rangeStart(const URLResponse& response) {
   const std::string field = response.headers().value("Content-Range").value_or("");
   constexpr std::string_view kUnit = "bytes ";
   int64_t start = -1;
-  if (field.starts_with(kUnit)) std::from_chars(field.data() + kUnit.size(), field.data() + field.size(), start);
+  if (field.starts_with(kUnit))
+    std::from_chars(field.data() + kUnit.size(), field.data() + field.size(), start);
   return start;
 }
 
@@ -33,24 +34,24 @@ void HTTPTask::beginWithPart() {
     Lock lock(_lock);
     kept = _part->file();
   }
-  URLRequest request = _originalRequest;
+  RequestRef request = _originalRequest;
   const Error error = _file.take(kept);
   {
     Lock lock(_lock);
     if (!error && _file.length() == _part->offset) {
-      request = _part->rangeRequest();
+      request = std::make_shared<URLRequest>(_part->rangeRequest());
       _validator = _part->validator;
     } else {
       _part = nullptr;
     }
   }
-  carryOut(request);
+  carryOut(std::move(request));
 }
 
 void HTTPTask::acceptDownload(const URLResponse& response) {
   const int64_t offset = _part ? _part->offset : 0;
   if (offset && response.statusCode() == 206) {
-    if (rangeStart(response) != offset) return fail(transferError(kURLErrorBadServerResponse, _request.url));
+    if (rangeStart(response) != offset) return fail(transferError(kURLErrorBadServerResponse, _request->url));
     const int64_t rest = response.expectedContentLength();
     _writing = {0, offset, rest < 0 ? -1 : offset + rest};
     _resumed = Resumed{offset, _writing.expected};
@@ -67,8 +68,8 @@ void HTTPTask::acceptDownload(const URLResponse& response) {
     _writing = {0, 0, response.expectedContentLength()};
     _fileStartsAnew = true;
   }
-  const bool isWhole = _part || !_request.headers.contains("Range");
-  _validator = isWhole && _request.method == "GET" ? ResumeData::validatorOf(response) : std::string();
+  const bool isWhole = _part || !_request->headers.contains("Range");
+  _validator = isWhole && _request->method == "GET" ? ResumeData::validatorOf(response) : std::string();
 }
 
 bool HTTPTask::hasFileWork() const {
@@ -117,7 +118,7 @@ void HTTPTask::failOnFile(const Error& error) {
   {
     Lock lock(_lock);
     source = std::exchange(_source, nullptr);
-    if (!_isCancelled) fail(transferError(kURLErrorCannotWriteToFile, _request.url, error));
+    if (!_isCancelled) fail(transferError(kURLErrorCannotWriteToFile, _request->url, error));
     _body.clear();
     _validator.clear();
   }
@@ -157,7 +158,7 @@ void HTTPTask::closeFile() {
 
 Data HTTPTask::keepPart(const std::string& validator) {
   ResumeData part;
-  part.request = _originalRequest;
+  part.request = *_originalRequest;
   part.validator = validator;
   part.offset = _file.length();
   part.fileName = ResumeData::newFileName();

@@ -64,11 +64,11 @@ void HTTPTask::receivedHead(const TransferSource& source, URLResponse response) 
   if (!isCurrent(source)) return;
   _response = response;
   if (response.headers().contains("Set-Cookie")) _cookieFields = response.headers();
-  if (auto next = redirectedRequest(_request, response)) {
+  if (auto next = redirectedRequest(*_request, response)) {
     if (_redirects < kMaximumRedirects) {
       ask(RedirectQuestion{std::move(response), std::move(*next)});
     } else {
-      fail(transferError(kURLErrorHTTPTooManyRedirects, _request.url));
+      fail(transferError(kURLErrorHTTPTooManyRedirects, _request->url));
     }
   } else if (auto challenge = authenticationChallenge(response, _authenticationFailures)) {
     ask(ChallengeQuestion{std::move(challenge->challenge), std::move(challenge->field)});
@@ -185,8 +185,8 @@ void HTTPTask::storeCookies(const HTTPHeaders& fields) {
   const auto& storage = _session->configuration().httpCookieStorage;
   const URLRequest request = currentRequest();
   if (!storage || !request.shouldHandleCookies) return;
-  const Date now =
-      Date::withTimeIntervalSince1970(static_cast<double>(Platform::current().threading->wallClockNanos()) / 1e9);
+  const Date now = Date::withTimeIntervalSince1970(
+      static_cast<double>(Platform::current().threading->wallClockNanos()) / 1e9);
   const auto cookies = HTTPCookie::cookiesWithResponseHeaders(fields, request.url, now);
   if (!cookies.empty()) storage->storeCookies(cookies, *this);
 }

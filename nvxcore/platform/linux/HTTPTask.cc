@@ -38,7 +38,7 @@ HTTPTask::HTTPTask(std::shared_ptr<CurlSession> session, TaskKind kind, uint64_t
     : _session(std::move(session)),
       _kind(kind),
       _identifier(identifier),
-      _originalRequest(std::move(request)),
+      _originalRequest(std::make_shared<URLRequest>(std::move(request))),
       _bodySource(bodySource),
       _bodyFile(std::move(bodyFile)),
       _delegateQueue(_session->delegateQueue()),
@@ -79,15 +79,14 @@ void HTTPTask::cancel(std::function<void(Data)> resumeDataHandler) {
     Lock lock(_lock);
     if (_isCancelled || _downloadIsTold || _state == TaskState::Completed) {
       // Too late; the handler is owed its call all the same.
-      if (resumeDataHandler)
-        Queue::global()->post([handler = std::move(resumeDataHandler)] { handler({}); });
+      if (resumeDataHandler) Queue::global()->post([handler = std::move(resumeDataHandler)] { handler({}); });
       return;
     }
     wasSuspended = _state == TaskState::Suspended;
     if (wasSuspended) _delegate = _session->delegate();
     _isCancelled = true;
     _state = TaskState::Canceling;
-    fail(transferError(kURLErrorCancelled, _request.url));
+    fail(transferError(kURLErrorCancelled, _request->url));
     if (resumeDataHandler) {
       _resumeDataHandler = std::move(resumeDataHandler);
       _needsClosing = true;
@@ -102,14 +101,14 @@ void HTTPTask::cancel(std::function<void(Data)> resumeDataHandler) {
   flush();
 }
 
-void HTTPTask::carryOut(const URLRequest& request) {
+void HTTPTask::carryOut(RequestRef request) {
   {
     Lock lock(_lock);
     _request = request;
   }
-  if (Error fault = faultOf(request, _session->configuration())) return endWithoutTransfer(fault);
-  if (isScheme(request.url, "data") || isScheme(request.url, "file")) {
-    auto loader = std::make_shared<LocalURLLoader>(shared_from_this(), request.url);
+  if (Error fault = faultOf(*request, _session->configuration())) return endWithoutTransfer(fault);
+  if (isScheme(request->url, "data") || isScheme(request->url, "file")) {
+    auto loader = std::make_shared<LocalURLLoader>(shared_from_this(), request->url);
     {
       Lock lock(_lock);
       if (_isCancelled) return;
@@ -123,8 +122,8 @@ void HTTPTask::carryOut(const URLRequest& request) {
     Lock lock(_lock);
     if (_isCancelled) return;
     if (!_bodyIsDropped) {
-      asks = _bodySource == BodySource::AskedStream || (request.bodyStream && _streamWasUsed);
-      if (!asks) stream = request.bodyStream;
+      asks = _bodySource == BodySource::AskedStream || (request->bodyStream && _streamWasUsed);
+      if (!asks) stream = request->bodyStream;
       if (stream) _streamWasUsed = true;
     }
     if (asks) ask(StreamQuestion());
@@ -133,7 +132,7 @@ void HTTPTask::carryOut(const URLRequest& request) {
   startTransfer(request, std::move(stream));
 }
 
-void HTTPTask::startTransfer(const URLRequest& request, std::shared_ptr<InputStream> stream) {
+void HTTPTask::startTransfer(const RequestRef& request, std::shared_ptr<InputStream> stream) {
   RequestBody body;
   bool dropped;
   {
@@ -148,11 +147,11 @@ void HTTPTask::startTransfer(const URLRequest& request, std::shared_ptr<InputStr
     body.stream = InputStream::streamWithURL(_bodyFile);
     body.streamLength = *size;
   } else {
-    body.bytes = request.body;
+    body.bytes = request->body;
   }
   auto transfer = std::make_shared<CurlTransfer>(
       _session->pool(), shared_from_this(),
-      PreparedRequest(request, std::move(body), cookiesToSend(request), _session->configuration()));
+      PreparedRequest(*request, std::move(body), cookiesToSend(*request), _session->configuration()));
   {
     Lock lock(_lock);
     if (_isCancelled) return;
@@ -191,7 +190,7 @@ URLResponse HTTPTask::response() const {
 
 URLRequest HTTPTask::currentRequest() const {
   Lock lock(_lock);
-  return _request;
+  return *_request;
 }
 
 std::string HTTPTask::taskDescription() const {

@@ -20,9 +20,9 @@ namespace nvxcore {
 
 class CurlSession;
 
-/// A task: it takes what its transfer reports and tells it to the delegate, an event at a time, on the delegate
-/// queue. What comes while an event is being told, or waits for an answer, is put together, so that a reply
-/// that is there at once costs one turn of the queue.
+/// A task: it takes what its transfer reports and tells it to the delegate, an event at a time, on the
+/// delegate queue. What comes while an event is being told, or waits for an answer, is put together, so that
+/// a reply that is there at once costs one turn of the queue.
 class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_this<HTTPTask> {
  public:
   /// Where the body of its request comes from.
@@ -39,7 +39,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   void cancelByProducingResumeData(std::function<void(Data)> handler) override;
   TaskState state() const override;
   URLResponse response() const override;
-  URLRequest originalRequest() const override { return _originalRequest; }
+  URLRequest originalRequest() const override { return *_originalRequest; }
   URLRequest currentRequest() const override;
   int64_t countOfBytesSent() const override { return _bytesSent.load(std::memory_order_relaxed); }
   int64_t countOfBytesReceived() const override { return _bytesReceived.load(std::memory_order_relaxed); }
@@ -71,6 +71,8 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   int64_t maximumReplyLength() const;
 
  private:
+  using RequestRef = std::shared_ptr<const URLRequest>;
+
   struct ResponseQuestion {
     URLResponse response;
   };
@@ -109,8 +111,8 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
 
   // Carrying out. (HTTPTask.cc)
   void cancel(std::function<void(Data)> resumeDataHandler);
-  void carryOut(const URLRequest& request);
-  void startTransfer(const URLRequest& request, std::shared_ptr<InputStream> stream);
+  void carryOut(RequestRef request);
+  void startTransfer(const RequestRef& request, std::shared_ptr<InputStream> stream);
   void endWithoutTransfer(const Error& error);
   std::string cookiesToSend(const URLRequest& request);
 
@@ -141,7 +143,8 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   std::optional<Kind> takeQuestion(uint64_t number) NVX_REQUIRES(_lock);
   void answeredResponse(uint64_t question, ResponseDisposition disposition);
   void answeredRedirect(uint64_t question, std::optional<URLRequest> request);
-  void answeredChallenge(uint64_t question, AuthChallengeDisposition disposition, URLCredentialRef credential);
+  void answeredChallenge(uint64_t question, AuthChallengeDisposition disposition,
+                         URLCredentialRef credential);
   void answeredStream(uint64_t question, std::shared_ptr<InputStream> stream);
   std::shared_ptr<TransferSource> leaveTransfer() NVX_REQUIRES(_lock);
 
@@ -158,7 +161,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   const std::shared_ptr<CurlSession> _session;
   const TaskKind _kind;
   const uint64_t _identifier;
-  const URLRequest _originalRequest;
+  const RequestRef _originalRequest;
   const BodySource _bodySource;
   const URL _bodyFile;
   const QueueRef _delegateQueue;
@@ -170,7 +173,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
 
   mutable Mutex _lock;
   TaskState _state NVX_GUARDED_BY(_lock) = TaskState::Suspended;
-  URLRequest _request NVX_GUARDED_BY(_lock);
+  RequestRef _request NVX_GUARDED_BY(_lock);
   URLResponse _response NVX_GUARDED_BY(_lock);
   std::string _description NVX_GUARDED_BY(_lock);
   std::shared_ptr<HTTPSessionDelegate> _delegate NVX_GUARDED_BY(_lock);

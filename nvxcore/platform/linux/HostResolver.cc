@@ -86,8 +86,9 @@ void HostResolver::settle(const std::string& host, Addresses addresses) {
   {
     Lock lock(_lock);
     if (_entries.size() > kMaximumEntries)
-      std::erase_if(_entries,
-                    [now](const auto& item) { return !item.second.isUnderWay && item.second.knownUntil <= now; });
+      std::erase_if(_entries, [now](const auto& item) {
+        return !item.second.isUnderWay && item.second.knownUntil <= now;
+      });
     Entry& entry = _entries[host];
     waiters = std::move(entry.waiters);
     if (addresses->empty() || _entries.size() > kMaximumEntries) {

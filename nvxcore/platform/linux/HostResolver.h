@@ -15,8 +15,8 @@
 namespace nvxcore {
 
 /// Looks up host names on threads of its own, so that a look-up that hangs holds up nobody else and can be
-/// walked away from, and their number is bounded. libcurl starts a thread for each and can only wait for it or
-/// lose sight of it.
+/// walked away from, and their number is bounded. libcurl starts a thread for each and can only wait for it
+/// or lose sight of it.
 ///
 /// All operations may be called on any thread.
 class HostResolver : public std::enable_shared_from_this<HostResolver> {
@@ -29,8 +29,8 @@ class HostResolver : public std::enable_shared_from_this<HostResolver> {
 
   /// The addresses when they are known from the last minute, else null.
   Addresses known(const std::string& host);
-  /// Calls `handler` once, on a thread of the resolver, unless `waiter` has gone by then. Look-ups of one name
-  /// share an answer.
+  /// Calls `handler` once, on a thread of the resolver, unless `waiter` has gone by then. Look-ups of one
+  /// name share an answer.
   void lookUp(const std::string& host, std::weak_ptr<void> waiter, Handler handler);
 
  private:

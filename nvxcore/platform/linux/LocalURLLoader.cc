@@ -57,8 +57,8 @@ std::optional<std::string> base64Decoded(std::string text) {
 /// A media type for the commonest endings of file names.
 std::string mimeTypeOf(const std::string& path) {
   static constexpr std::pair<std::string_view, std::string_view> kTypes[] = {
-      {".txt", "text/plain"},  {".html", "text/html"},       {".json", "application/json"},
-      {".png", "image/png"},   {".jpg", "image/jpeg"},       {".jpeg", "image/jpeg"},
+      {".txt", "text/plain"},  {".html", "text/html"},     {".json", "application/json"},
+      {".png", "image/png"},   {".jpg", "image/jpeg"},     {".jpeg", "image/jpeg"},
       {".webp", "image/webp"}, {".xml", "application/xml"}};
   for (const auto& [ending, type] : kTypes) {
     if (path.size() > ending.size() &&
@@ -91,9 +91,8 @@ std::optional<DataURLContents> readDataURL(const URL& url) {
     return std::nullopt;
   std::string_view type = text.substr(5, comma - 5);
   std::string bytes = percentDecoded(text.substr(comma + 1));
-  if (const size_t last = type.rfind(';');
-      last != std::string_view::npos && type.size() - last == 7 &&
-      ::strncasecmp(type.data() + last, ";base64", 7) == 0) {
+  if (const size_t last = type.rfind(';'); last != std::string_view::npos && type.size() - last == 7 &&
+                                           ::strncasecmp(type.data() + last, ";base64", 7) == 0) {
     type = type.substr(0, last);
     std::optional<std::string> decoded = base64Decoded(std::move(bytes));
     if (!decoded) return std::nullopt;
@@ -144,8 +143,7 @@ void LocalURLLoader::load() {
     if (piece.empty()) {
       piece.resize(kPieceLength);
       const int64_t count = _stream->read(reinterpret_cast<uint8_t*>(piece.data()), piece.size());
-      if (count < 0)
-        return finish(transferError(kURLErrorCannotOpenFile, _url, _stream->streamError()));
+      if (count < 0) return finish(transferError(kURLErrorCannotOpenFile, _url, _stream->streamError()));
       if (count == 0) return finish({});
       piece.resize(static_cast<size_t>(count));
     }

@@ -26,6 +26,20 @@ bool needsLookUp(const std::string& host) {
          ::inet_pton(AF_INET6, host.c_str(), &address) != 1 && !sameText(host, "localhost");
 }
 
+/// The URL as it goes out: without its fragment, and in ASCII, the host by IDNA and the rest in escapes.
+std::string textToSend(const URL& url) {
+  std::string text = url.absoluteString().substr(0, url.absoluteString().find('#'));
+  if (std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; })) return text;
+  CURLU* parts = curl_url();
+  char* encoded = nullptr;
+  if (curl_url_set(parts, CURLUPART_URL, text.c_str(), CURLU_URLENCODE | CURLU_PATH_AS_IS) == CURLUE_OK &&
+      curl_url_get(parts, CURLUPART_URL, &encoded, CURLU_PUNYCODE) == CURLUE_OK)
+    text = encoded;
+  curl_free(encoded);
+  curl_url_cleanup(parts);
+  return text;
+}
+
 /// Time-outs that are no time, or none that will pass, are as good as none.
 int64_t nanosOf(TimeInterval seconds) {
   constexpr TimeInterval kLongest = 1e9;
@@ -74,13 +88,13 @@ curl_slist* HeaderLines::list() {
 PreparedRequest::PreparedRequest(const URLRequest& request, RequestBody requestBody,
                                  const std::string& cookies, const HTTPSessionConfiguration& configuration)
     : url(request.url),
-      urlText(url.absoluteString().substr(0, url.absoluteString().find('#'))),
+      urlText(textToSend(url)),
       isSecure(sameText(url.scheme(), "https")),
       method(request.method.empty() ? "GET" : request.method),
       body(std::move(requestBody)),
       timeoutNanos(nanosOf(request.timeoutInterval)) {
   port = url.port().value_or(isSecure ? 443 : 80);
-  if (configuration.proxy.empty() && needsLookUp(url.host())) host = url.host();
+  if (configuration.proxy.empty() && needsLookUp(url.host())) host = URL::withString(urlText).host();
   bool hasContentType = false;
   bool hasCookies = false;
   for (const auto& [name, value] : request.headers) {

@@ -50,7 +50,7 @@ struct PreparedRequest {
                   const HTTPSessionConfiguration& configuration);
 
   URL url;
-  std::string urlText;  ///< Without its fragment.
+  std::string urlText;  ///< Without its fragment, in ASCII.
   std::string host;     ///< To be looked up; empty when that is an address, or another's task.
   uint16_t port = 0;
   bool isSecure = false;

@@ -76,7 +76,8 @@ bool isOwnName(const std::string& name) {
 
 bool isWebURL(const URL& url) {
   return url && !url.host().empty() &&
-         (::strcasecmp(url.scheme().c_str(), "http") == 0 || ::strcasecmp(url.scheme().c_str(), "https") == 0);
+         (::strcasecmp(url.scheme().c_str(), "http") == 0 ||
+          ::strcasecmp(url.scheme().c_str(), "https") == 0);
 }
 
 bool isVisibleText(const std::string& text) {
@@ -93,7 +94,10 @@ bool isKeptFile(const URL& file, int64_t size) {
 
 Data ResumeData::encoded() const {
   Writer writer;
-  writer.text(request.url.absoluteString()).text(validator).text(fileName).number(static_cast<uint64_t>(offset));
+  writer.text(request.url.absoluteString())
+      .text(validator)
+      .text(fileName)
+      .number(static_cast<uint64_t>(offset));
   writer.number(request.headers.size());
   for (const auto& [name, value] : request.headers) writer.text(name).text(value);
   return Data::copy(writer.bytes());
@@ -134,7 +138,8 @@ URL ResumeData::file() const {
 std::string ResumeData::validatorOf(const URLResponse& response) {
   const HTTPHeaders& headers = response.headers();
   const int status = response.statusCode();
-  if ((status != 200 && status != 206) || headers.value("Content-Encoding").value_or("identity") != "identity" ||
+  if ((status != 200 && status != 206) ||
+      headers.value("Content-Encoding").value_or("identity") != "identity" ||
       headers.value("Accept-Ranges").value_or("") == "none")
     return {};
   const std::string tag = headers.value("ETag").value_or("");

@@ -10,8 +10,8 @@
 
 namespace nvxcore {
 
-/// What it takes to go on with a download: the request, the part that is there, and the validator by which the
-/// server tells whether the rest still belongs to it (RFC 9110, 13.1.5 and 14).
+/// What it takes to go on with a download: the request, the part that is there, and the validator by which
+/// the server tells whether the rest still belongs to it (RFC 9110, 13.1.5 and 14).
 struct ResumeData {
   URLRequest request;     ///< URL and header fields as the host gave them.
   std::string validator;  ///< A strong ETag, or the date of the last change.

@@ -2,8 +2,8 @@
 
 namespace nvxcore {
 
-/// Where a task's reply comes from: the network, a file, the text of a data URL. Calls may come on any thread;
-/// none waits.
+/// Where a task's reply comes from: the network, a file, the text of a data URL. Calls may come on any
+/// thread; none waits.
 class TransferSource {
  public:
   virtual ~TransferSource() = default;

@@ -134,15 +134,16 @@ TEST_P(BodyTest, ABodyFromAFileIsSentWithItsLength) {
   EXPECT_EQ(onlyExchange().headers.value("Content-Length"), "300000");
   EXPECT_EQ(record.expectedToSend, 300'000);
   removeFile(file);
-  EXPECT_EQ(finished(started(session().uploadTaskWithRequestFromFile(request(server.url("/echo"), "PUT"), file)))
-                .error.code(),
-            kURLErrorFileDoesNotExist);
+  EXPECT_EQ(
+      finished(started(session().uploadTaskWithRequestFromFile(request(server.url("/echo"), "PUT"), file)))
+          .error.code(),
+      kURLErrorFileDoesNotExist);
 }
 
 TEST_P(BodyTest, ALargeBufferIsSentWhole) {
   const std::string contents(5 << 20, 'b');
-  const auto task =
-      started(session().uploadTaskWithRequestFromData(request(server.url("/echo"), "POST"), Data::copy(contents)));
+  const auto task = started(
+      session().uploadTaskWithRequestFromData(request(server.url("/echo"), "POST"), Data::copy(contents)));
   const TaskRecord record = finished(task);
   EXPECT_FALSE(record.error) << record.error.description();
   EXPECT_TRUE(record.body == contents);
@@ -212,7 +213,8 @@ TEST_P(BodyTest, EmptyBodiesSayThatTheyAreEmpty) {
   EXPECT_FALSE(finished(post(server.url("/echo"), "")).error);
   EXPECT_EQ(onlyExchange().headers.value("Content-Length"), "0");
   server.clear();
-  EXPECT_FALSE(finished(started(session().dataTaskWithRequest(request(server.url("/echo"), "DELETE")))).error);
+  EXPECT_FALSE(
+      finished(started(session().dataTaskWithRequest(request(server.url("/echo"), "DELETE")))).error);
   EXPECT_EQ(onlyExchange().method, "DELETE");
   EXPECT_FALSE(onlyExchange().headers.has("Content-Length"));
 }

@@ -135,7 +135,8 @@ TEST_P(DeliveryTest, ATaskThatNeverRanTellsItsCancellationOnly) {
 TEST_P(DeliveryTest, CancellingAtAnyMomentGivesOneEnd) {
   std::vector<HTTPSessionTaskRef> tasks;
   for (int i = 0; i < 100; ++i) {
-    const auto task = i % 2 ? post(server.url("/echo"), std::string(2000, 'x')) : get(server.url("/bytes/300000"));
+    const auto task =
+        i % 2 ? post(server.url("/echo"), std::string(2000, 'x')) : get(server.url("/bytes/300000"));
     tasks.push_back(task);
     if (i % 3 == 0) task->cancel();
     if (i % 3 == 1) Queue::global()->post([task] { task->cancel(); });
@@ -149,7 +150,8 @@ TEST_P(DeliveryTest, AReplyBeyondTheCeilingFails) {
   EXPECT_FALSE(finished(get(server.url("/bytes/100000"))).error);
   EXPECT_EQ(finished(get(server.url("/bytes/100001"))).error.code(), kURLErrorDataLengthExceedsMaximum);
   // It counts what the host would get, not what is on the wire.
-  EXPECT_EQ(finished(get(server.url("/encoded/gzip/100001"))).error.code(), kURLErrorDataLengthExceedsMaximum);
+  EXPECT_EQ(finished(get(server.url("/encoded/gzip/100001"))).error.code(),
+            kURLErrorDataLengthExceedsMaximum);
 }
 
 TEST_P(DeliveryTest, ASessionEndsAfterItsTasks) {

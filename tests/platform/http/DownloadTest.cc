@@ -26,7 +26,8 @@ class DownloadTest : public HTTPTest {
   }
   /// A download of /bytes/300000 that breaks off after 120,000 bytes.
   TaskRecord brokenDownload() {
-    server.setScript([](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenClose(); });
+    server.setScript(
+        [](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenClose(); });
     const TaskRecord record = finished(download(server.url("/bytes/300000")));
     server.setScript(nullptr);
     return record;
@@ -80,7 +81,8 @@ TEST_F(DownloadTest, ADataTaskCanBecomeOne) {
     handler(ResponseDisposition::BecomeDownload);
   };
   const auto task = get(server.url("/bytes/300000"));
-  EXPECT_TRUE(delegate->waitUntil(task, [](const TaskRecord& record) { return record.becameDownload != nullptr; }));
+  EXPECT_TRUE(
+      delegate->waitUntil(task, [](const TaskRecord& record) { return record.becameDownload != nullptr; }));
   const HTTPSessionTaskRef became = delegate->record(task).becameDownload;
   EXPECT_EQ(became->kind(), TaskKind::Download);
   const TaskRecord record = finished(became);
@@ -101,7 +103,8 @@ TEST_F(DownloadTest, GoesOnWhereItBrokeOff) {
   EXPECT_EQ(record.totalWritten, 300'000);
   EXPECT_EQ(record.bytesWritten, 300'000 - record.resumedAt);
   EXPECT_TRUE(record.fileContents == patternBytes(0, 300'000));
-  EXPECT_EQ(server.exchanges().back().headers.value("Range"), "bytes=" + std::to_string(record.resumedAt) + "-");
+  EXPECT_EQ(server.exchanges().back().headers.value("Range"),
+            "bytes=" + std::to_string(record.resumedAt) + "-");
   // The part has been used up.
   EXPECT_EQ(session().downloadTaskWithResumeData(resumeDataOf(broken)), nullptr);
 }
@@ -120,7 +123,8 @@ TEST_F(DownloadTest, BeginsAnewWhenItsPartLiesBeyondTheEnd) {
     if (exchange.headers.has("Range")) return ReplyPlan::withBody(416, "text/plain", "no such range");
     return ReplyPlan::withBody(200, "a/b", "short");
   });
-  EXPECT_EQ(finished(started(session().downloadTaskWithResumeData(resumeDataOf(broken)))).fileContents, "short");
+  EXPECT_EQ(finished(started(session().downloadTaskWithResumeData(resumeDataOf(broken)))).fileContents,
+            "short");
 }
 
 TEST_F(DownloadTest, KeepsItsPartWhenGoingOnFails) {
@@ -147,9 +151,11 @@ TEST_F(DownloadTest, WithoutAValidatorItCannotGoOn) {
 }
 
 TEST_F(DownloadTest, CancellingCanKeepWhatIsThere) {
-  server.setScript([](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenStall("on"); });
+  server.setScript(
+      [](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenStall("on"); });
   const auto task = download(server.url("/bytes/300000"));
-  EXPECT_TRUE(delegate->waitUntil(task, [](const TaskRecord& record) { return record.totalWritten == 120'000; }));
+  EXPECT_TRUE(
+      delegate->waitUntil(task, [](const TaskRecord& record) { return record.totalWritten == 120'000; }));
   Semaphore given(0);
   Data resumeData;
   task->cancelByProducingResumeData([&](Data data) {
@@ -192,9 +198,11 @@ TEST_F(DownloadTest, ACancelledOneLeavesNoFile) {
       count += entry.path().filename().string().starts_with(prefix);
     return count;
   };
-  server.setScript([](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenStall("on"); });
+  server.setScript(
+      [](const Exchange& exchange) { return builtInReply(exchange)->thenBytes(120'000).thenStall("on"); });
   const auto task = download(server.url("/bytes/300000"));
-  EXPECT_TRUE(delegate->waitUntil(task, [](const TaskRecord& record) { return record.totalWritten == 120'000; }));
+  EXPECT_TRUE(
+      delegate->waitUntil(task, [](const TaskRecord& record) { return record.totalWritten == 120'000; }));
   EXPECT_EQ(filesLeft(), 1);
   task->cancel();
   finished(task);

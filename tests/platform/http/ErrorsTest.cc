@@ -37,17 +37,20 @@ std::vector<Fault> faults(bool http2) {
   };
   if (http2) {
     faults.push_back({"StreamReset", kURLErrorNetworkConnectionLost, ReplyPlan().thenStreamReset(2)});
-    faults.push_back({"StreamResetInBody", kURLErrorNetworkConnectionLost, body().thenBytes(4).thenStreamReset(2)});
+    faults.push_back(
+        {"StreamResetInBody", kURLErrorNetworkConnectionLost, body().thenBytes(4).thenStreamReset(2)});
     faults.push_back({"StreamRefused", kURLErrorNetworkConnectionLost, ReplyPlan().thenStreamReset(7)});
     faults.push_back({"GoAwayRefused", kURLErrorNetworkConnectionLost, ReplyPlan().thenGoAway(0, true)});
     faults.push_back({"GoAwayServed", 0, body().thenGoAway(0, false)});
-    faults.push_back({"Garbage", kURLErrorNetworkConnectionLost, raw("this is no frame of HTTP/2, certainly")});
+    faults.push_back(
+        {"Garbage", kURLErrorNetworkConnectionLost, raw("this is no frame of HTTP/2, certainly")});
   } else {
     faults.push_back({"Garbage", kURLErrorCannotParseResponse, raw("this is no HTTP\r\n\r\n")});
     faults.push_back({"LongLine", kURLErrorDataLengthExceedsMaximum,
                       raw(head + "X-Long: " + std::string(1 << 20, 'l') + "\r\n\r\n")});
     std::string many = head;
-    for (int i = 0; i < 20'000; ++i) many += "X-Many-" + std::to_string(i) + ": 0123456789012345678901234567890\r\n";
+    for (int i = 0; i < 20'000; ++i)
+      many += "X-Many-" + std::to_string(i) + ": 0123456789012345678901234567890\r\n";
     faults.push_back({"LongHead", kURLErrorDataLengthExceedsMaximum, raw(many + "\r\n")});
     faults.push_back({"CutHead", kURLErrorNetworkConnectionLost, raw(head + "Content-Le")});
     faults.push_back({"BadChunk", kURLErrorCannotParseResponse,
@@ -84,7 +87,8 @@ TEST_P(ReplyErrorTest, HasItsCodeAndLeavesTheSessionInOrder) {
   EXPECT_EQ(record.error.code(), fault.code) << record.error.description();
   if (fault.code) {
     EXPECT_EQ(record.error.domain(), kURLErrorDomain);
-    EXPECT_EQ(record.error.userInfo().get(kURLErrorFailingURLErrorKey).url(), URL::withString(server.url("/fault")));
+    EXPECT_EQ(record.error.userInfo().get(kURLErrorFailingURLErrorKey).url(),
+              URL::withString(server.url("/fault")));
     ASSERT_TRUE(record.error.userInfo().get(kURLErrorFailingURLStringErrorKey).string());
     EXPECT_EQ(*record.error.userInfo().get(kURLErrorFailingURLStringErrorKey).string(), server.url("/fault"));
   }
@@ -103,9 +107,10 @@ TEST_F(ErrorTest, OfRequestsThatCannotBeCarriedOut) {
   EXPECT_EQ(codeOf("http:///no/host"), kURLErrorBadURL);
   EXPECT_EQ(codeOf("gopher://127.0.0.1/"), kURLErrorUnsupportedURL);
   EXPECT_EQ(codeOf("http://no-such-name.invalid/"), kURLErrorCannotFindHost);
-  EXPECT_EQ(finished(started(session().dataTaskWithRequest(request("http://127.0.0.1/", "GET / HTTP/1.1\r\nX:"))))
-                .error.code(),
-            kURLErrorBadURL);
+  EXPECT_EQ(
+      finished(started(session().dataTaskWithRequest(request("http://127.0.0.1/", "GET / HTTP/1.1\r\nX:"))))
+          .error.code(),
+      kURLErrorBadURL);
 }
 
 TEST_F(ErrorTest, OfConnecting) {

@@ -38,8 +38,9 @@ TEST_F(LocalURLTest, AFileURLIsReadAtTheHostsPace) {
   EXPECT_FALSE(writeFile(file, Data::copy(contents)));
   const auto task = get(file.absoluteString());
   EXPECT_TRUE(finished(task).body == contents);
-  EXPECT_TRUE(finished(started(session().downloadTaskWithRequest(request(file.absoluteString())))).fileContents ==
-              contents);
+  EXPECT_TRUE(
+      finished(started(session().downloadTaskWithRequest(request(file.absoluteString())))).fileContents ==
+      contents);
   removeFile(file);
   EXPECT_EQ(finished(get(file.absoluteString())).error.code(), kURLErrorFileDoesNotExist);
   EXPECT_EQ(finished(get("file:///tmp")).error.code(), kURLErrorFileIsDirectory);

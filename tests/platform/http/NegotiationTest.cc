@@ -28,10 +28,11 @@ struct RedirectCase {
 };
 
 TEST_F(NegotiationTest, ARedirectIsFollowedAsUserAgentsDo) {
-  for (const RedirectCase& each : {RedirectCase{301, "POST", "GET", false}, RedirectCase{302, "POST", "GET", false},
-                                   RedirectCase{303, "POST", "GET", false}, RedirectCase{303, "PUT", "GET", false},
-                                   RedirectCase{302, "PUT", "PUT", true}, RedirectCase{307, "POST", "POST", true},
-                                   RedirectCase{308, "POST", "POST", true}}) {
+  for (const RedirectCase& each :
+       {RedirectCase{301, "POST", "GET", false}, RedirectCase{302, "POST", "GET", false},
+        RedirectCase{303, "POST", "GET", false}, RedirectCase{303, "PUT", "GET", false},
+        RedirectCase{302, "PUT", "PUT", true}, RedirectCase{307, "POST", "POST", true},
+        RedirectCase{308, "POST", "POST", true}}) {
     server.clear();
     URLRequest asked = request(redirect(each.status, "/echo?x=1"), each.method, "the body");
     asked.headers.set("Content-Type", "a/b");
@@ -76,7 +77,8 @@ TEST_F(NegotiationTest, AHostMayAnswerWithAnotherRequest) {
 }
 
 TEST_F(NegotiationTest, RedirectsComeToAnEnd) {
-  server.handle("/loop", [](const Exchange&) { return ReplyPlan::withStatus(302).withHeader("Location", "/loop"); });
+  server.handle("/loop",
+                [](const Exchange&) { return ReplyPlan::withStatus(302).withHeader("Location", "/loop"); });
   const TaskRecord record = finished(get(server.url("/loop")));
   EXPECT_EQ(record.error.code(), kURLErrorHTTPTooManyRedirects);
   EXPECT_EQ(record.redirects.size(), 20u);
@@ -88,10 +90,15 @@ TEST_F(NegotiationTest, AStreamIsAskedForAnewWhereItIsSentAgain) {
     ++asked;
     handler(InputStream::streamWithData(Data::copy("streamed")));
   };
-  EXPECT_EQ(finished(started(session().uploadTaskWithStreamedRequest(request(redirect(307, "/echo"), "POST")))).body,
-            "streamed");
+  EXPECT_EQ(
+      finished(started(session().uploadTaskWithStreamedRequest(request(redirect(307, "/echo"), "POST"))))
+          .body,
+      "streamed");
   EXPECT_EQ(asked, 2);
-  EXPECT_EQ(finished(started(session().uploadTaskWithStreamedRequest(request(redirect(303, "/echo"), "POST")))).body, "");
+  EXPECT_EQ(
+      finished(started(session().uploadTaskWithStreamedRequest(request(redirect(303, "/echo"), "POST"))))
+          .body,
+      "");
   EXPECT_EQ(asked, 3);
   URLRequest own = request(redirect(307, "/echo"), "POST");
   own.bodyStream = InputStream::streamWithData(Data::copy("own"));
@@ -179,7 +186,9 @@ TEST_F(NegotiationTest, CookiesAreKeptAlsoFromRedirectsAndSent) {
   const auto jar = std::make_shared<Jar>();
   configuration.httpCookieStorage = jar;
   server.handle("/start", [](const Exchange&) {
-    return ReplyPlan::withStatus(302).withHeader("Location", "/echo").withHeader("Set-Cookie", "from=redirect; Path=/");
+    return ReplyPlan::withStatus(302)
+        .withHeader("Location", "/echo")
+        .withHeader("Set-Cookie", "from=redirect; Path=/");
   });
   delegate->onRedirect = [&](const URLRequest& next, RedirectHandler handler) {
     EXPECT_EQ(jar->cookies().size(), 1u);  // Before the event.

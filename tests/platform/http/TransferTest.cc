@@ -29,7 +29,9 @@ class TransferTest : public HTTPTest, public ::testing::WithParamInterface<Wire>
 
 INSTANTIATE_TEST_SUITE_P(Wires, TransferTest, ::testing::Values(Wire::Plain, Wire::TLS, Wire::HTTP2),
                          [](const auto& info) {
-                           return info.param == Wire::Plain ? "plain" : info.param == Wire::TLS ? "tls" : "http2";
+                           return info.param == Wire::Plain ? "plain"
+                                  : info.param == Wire::TLS ? "tls"
+                                                            : "http2";
                          });
 
 TEST_P(TransferTest, CarriesAReplyOfAnyLengthInOrder) {
@@ -134,7 +136,8 @@ TEST_P(TransferTest, CarriesManyAtATime) {
 }
 
 TEST_P(TransferTest, HeadHasAHeadOnly) {
-  const TaskRecord record = finished(started(session().dataTaskWithRequest(request(server.url("/bytes/500"), "HEAD"))));
+  const TaskRecord record =
+      finished(started(session().dataTaskWithRequest(request(server.url("/bytes/500"), "HEAD"))));
   EXPECT_FALSE(record.error) << record.error.description();
   EXPECT_EQ(record.response.expectedContentLength(), 500);
   EXPECT_EQ(record.events, (std::vector<std::string>{"response", "complete"}));
@@ -162,7 +165,8 @@ TEST_F(PlainTransferTest, GoesThroughTheProxyThatItWasGiven) {
 
 TEST_F(PlainTransferTest, ReadsAnHTTP10ReplyOnAKeptConnection) {
   EXPECT_FALSE(finished(get(server.url("/echo"))).error);
-  server.enqueue(ReplyPlan::raw("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\nold", ReplyPlan::After::drop));
+  server.enqueue(
+      ReplyPlan::raw("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\nold", ReplyPlan::After::drop));
   const TaskRecord record = finished(get(server.url("/echo")));
   EXPECT_FALSE(record.error) << record.error.description();
   EXPECT_EQ(record.response.httpVersion(), "HTTP/1.0");

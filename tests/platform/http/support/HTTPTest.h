@@ -16,8 +16,8 @@
 
 namespace nvxcore::testing {
 
-/// A platform of its own with the HTTP service, a recording delegate, and sessions that are invalidated at the
-/// end.
+/// A platform of its own with the HTTP service, a recording delegate, and sessions that are invalidated at
+/// the end.
 class HTTPTest : public NVXTest {
  protected:
   explicit HTTPTest(std::shared_ptr<ManualTime> time = nullptr);
@@ -26,8 +26,11 @@ class HTTPTest : public NVXTest {
   HTTPSession& session();
   HTTPSessionRef makeSession(const HTTPSessionConfiguration& configuration);
 
-  static URLRequest request(std::string_view url, std::string_view method = "GET", std::string_view body = {});
-  HTTPSessionTaskRef get(std::string_view url) { return started(session().dataTaskWithRequest(request(url))); }
+  static URLRequest request(std::string_view url, std::string_view method = "GET",
+                            std::string_view body = {});
+  HTTPSessionTaskRef get(std::string_view url) {
+    return started(session().dataTaskWithRequest(request(url)));
+  }
   HTTPSessionTaskRef post(std::string_view url, std::string_view body) {
     return started(session().dataTaskWithRequest(request(url, "POST", body)));
   }

@@ -62,7 +62,8 @@ RawServer::Connection::~Connection() {
 std::string RawServer::Connection::readHead() {
   std::string head;
   char byte;
-  while (!head.ends_with("\r\n\r\n") && isReadable(_descriptor) && ::recv(_descriptor, &byte, 1, 0) == 1) head += byte;
+  while (!head.ends_with("\r\n\r\n") && isReadable(_descriptor) && ::recv(_descriptor, &byte, 1, 0) == 1)
+    head += byte;
   EXPECT_TRUE(head.ends_with("\r\n\r\n")) << head;
   return head;
 }

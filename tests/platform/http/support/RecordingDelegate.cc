@@ -96,7 +96,8 @@ void RecordingDelegate::taskDidCompleteWithError(const HTTPSessionTaskRef& task,
   });
 }
 
-void RecordingDelegate::dataTaskDidReceiveResponse(const HTTPSessionTaskRef& task, const URLResponse& response,
+void RecordingDelegate::dataTaskDidReceiveResponse(const HTTPSessionTaskRef& task,
+                                                   const URLResponse& response,
                                                    ResponseDispositionHandler completionHandler) {
   note(task, "response", [&](TaskRecord& record) { record.response = response; });
   if (onResponse) return onResponse(task, std::move(completionHandler));
@@ -130,7 +131,8 @@ void RecordingDelegate::downloadTaskDidFinishDownloadingToURL(const HTTPSessionT
 }
 
 void RecordingDelegate::downloadTaskDidWriteData(const HTTPSessionTaskRef& task, int64_t bytesWritten,
-                                                 int64_t totalBytesWritten, int64_t totalBytesExpectedToWrite) {
+                                                 int64_t totalBytesWritten,
+                                                 int64_t totalBytesExpectedToWrite) {
   note(task, "written", [&](TaskRecord& record) {
     record.bytesWritten += bytesWritten;
     record.totalWritten = totalBytesWritten;

@@ -16,7 +16,7 @@ namespace nvxcore::testing {
 
 /// What one task has told.
 struct TaskRecord {
-  HTTPSessionTaskRef task;  ///< Held, so that no other takes its address.
+  HTTPSessionTaskRef task;          ///< Held, so that no other takes its address.
   std::vector<std::string> events;  ///< Their names, in order; data and progress once for a run of them.
   URLResponse response;
   std::string body;
@@ -52,13 +52,15 @@ class RecordingDelegate final : public HTTPSessionDelegate {
   /// What the task has told so far.
   TaskRecord record(const HTTPSessionTaskRef& task) const;
   /// Waits, and says whether it came about within some seconds of real time.
-  bool waitUntil(const HTTPSessionTaskRef& task, const std::function<bool(const TaskRecord&)>& condition) const;
+  bool waitUntil(const HTTPSessionTaskRef& task,
+                 const std::function<bool(const TaskRecord&)>& condition) const;
   /// The record once the task has completed; fails the test when it does not.
   TaskRecord finished(const HTTPSessionTaskRef& task) const;
   bool waitUntilInvalid(size_t sessions = 1) const;
 
   void taskWillPerformHTTPRedirection(const HTTPSessionTaskRef& task, const URLResponse& response,
-                                      const URLRequest& newRequest, RedirectHandler completionHandler) override;
+                                      const URLRequest& newRequest,
+                                      RedirectHandler completionHandler) override;
   void taskDidReceiveChallenge(const HTTPSessionTaskRef& task, const AuthenticationChallenge& challenge,
                                ChallengeHandler completionHandler) override;
   void taskNeedNewBodyStream(const HTTPSessionTaskRef& task, BodyStreamHandler completionHandler) override;
@@ -73,15 +75,16 @@ class RecordingDelegate final : public HTTPSessionDelegate {
   void dataTaskWillCacheResponse(const HTTPSessionTaskRef& task, const CachedURLResponse& proposedResponse,
                                  CachedResponseHandler completionHandler) override;
   void downloadTaskDidFinishDownloadingToURL(const HTTPSessionTaskRef& task, const URL& location) override;
-  void downloadTaskDidWriteData(const HTTPSessionTaskRef& task, int64_t bytesWritten, int64_t totalBytesWritten,
-                                int64_t totalBytesExpectedToWrite) override;
+  void downloadTaskDidWriteData(const HTTPSessionTaskRef& task, int64_t bytesWritten,
+                                int64_t totalBytesWritten, int64_t totalBytesExpectedToWrite) override;
   void downloadTaskDidResumeAtOffset(const HTTPSessionTaskRef& task, int64_t fileOffset,
                                      int64_t expectedTotalBytes) override;
   void sessionDidFinishEventsForBackgroundURLSession(const HTTPSessionRef& session) override;
   void sessionDidBecomeInvalidWithError(const HTTPSessionRef& session, const Error& error) override;
 
  private:
-  void note(const HTTPSessionTaskRef& task, const char* event, const std::function<void(TaskRecord&)>& change);
+  void note(const HTTPSessionTaskRef& task, const char* event,
+            const std::function<void(TaskRecord&)>& change);
 
   mutable std::mutex _mutex;
   mutable std::condition_variable _changed;

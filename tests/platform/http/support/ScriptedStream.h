@@ -65,8 +65,12 @@ class ScriptedStream final : public InputStream {
     return !_pieces.empty() || _isEnded || _fails;
   }
 
-  bool waitUntilRead(int times) { return wait([&] { return reads >= times; }); }
-  bool waitUntilClosed() { return wait([&] { return closed > 0; }); }
+  bool waitUntilRead(int times) {
+    return wait([&] { return reads >= times; });
+  }
+  bool waitUntilClosed() {
+    return wait([&] { return closed > 0; });
+  }
 
   std::atomic<int> opened{0}, closed{0}, reads{0};
   std::atomic<int64_t> bytesRead{0};
