@@ -121,7 +121,7 @@ void HTTPTask::flush() {
   {
     Lock lock(_lock);
     worksOnFile = hasFileWork() && !std::exchange(_fileWorkIsPosted, true);
-    delivers = !std::exchange(_deliveryIsPosted, true);
+    delivers = next() != Next::Nothing && !std::exchange(_deliveryIsPosted, true);
   }
   if (worksOnFile) Queue::blocking()->post([self = shared_from_this()] { self->workOnFile(); });
   if (delivers) _delegateQueue->post([self = shared_from_this()] { self->deliver(); });
@@ -153,32 +153,54 @@ bool HTTPTask::deliverNext() {
   return true;
 }
 
+/// The kind of what is to be told next, in the order in which things are told.
+HTTPTask::Next HTTPTask::next() const {
+  if (_state == TaskState::Completed) return Next::Nothing;
+  if (_sending.unreported) return Next::Sending;
+  if (!std::holds_alternative<std::monostate>(_question))
+    return _questionIsAsked ? Next::Nothing : Next::Question;
+  if (_becomesDownload) return Next::Becoming;
+  if (_resumed) return Next::Resumed;
+  if (_writing.unreported) return Next::Writing;
+  if (!_isDownload && !_body.empty()) return Next::Data;
+  if (!_outcome || (_needsClosing && !_fileIsClosed)) return Next::Nothing;
+  return _isDownload && !*_outcome && !_downloadIsTold ? Next::Downloaded : Next::Completion;
+}
+
 bool HTTPTask::takeEvent(Event& event) {
-  if (_state == TaskState::Completed) return false;
-  if (_sending.unreported) {
-    event = _sending;
-    _sending.unreported = 0;
-  } else if (!std::holds_alternative<std::monostate>(_question)) {
-    if (std::exchange(_questionIsAsked, true)) return false;
-    event = _question;
-  } else if (std::exchange(_becomesDownload, false)) {
-    event = Becoming();
-  } else if (_resumed) {
-    event = *std::exchange(_resumed, std::nullopt);
-  } else if (_writing.unreported) {
-    event = _writing;
-    _writing.unreported = 0;
-  } else if (!_isDownload && !_body.empty()) {
-    event = _body.take();
-  } else if (!_outcome || (_needsClosing && !_fileIsClosed)) {
-    return false;
-  } else if (_isDownload && !*_outcome && !std::exchange(_downloadIsTold, true)) {
-    event = Downloaded();
-  } else {
-    event = Completion{*_outcome};
-    _state = TaskState::Completed;
+  switch (next()) {
+    case Next::Nothing:
+      return false;
+    case Next::Sending:
+      event = std::exchange(_sending, {0, _sending.total, _sending.expected});
+      return true;
+    case Next::Question:
+      _questionIsAsked = true;
+      event = _question;
+      return true;
+    case Next::Becoming:
+      _becomesDownload = false;
+      event = Becoming();
+      return true;
+    case Next::Resumed:
+      event = *std::exchange(_resumed, std::nullopt);
+      return true;
+    case Next::Writing:
+      event = std::exchange(_writing, {0, _writing.total, _writing.expected});
+      return true;
+    case Next::Data:
+      event = _body.take();
+      return true;
+    case Next::Downloaded:
+      _downloadIsTold = true;
+      event = Downloaded();
+      return true;
+    case Next::Completion:
+      event = Completion{*_outcome};
+      _state = TaskState::Completed;
+      return true;
   }
-  return true;
+  return false;
 }
 
 void HTTPTask::storeCookies(const HTTPHeaders& fields) {

@@ -107,6 +107,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   struct Completion {
     Error error;
   };
+  enum class Next { Nothing, Sending, Question, Becoming, Resumed, Writing, Data, Downloaded, Completion };
   using Event = std::variant<Sending, Question, Becoming, Resumed, Writing, Data, Downloaded, Completion>;
 
   // Carrying out. (HTTPTask.cc)
@@ -123,6 +124,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   void acceptReply(URLResponse response) NVX_REQUIRES(_lock);
   void deliver();
   bool deliverNext();
+  Next next() const NVX_REQUIRES(_lock);
   bool takeEvent(Event& event) NVX_REQUIRES(_lock);
   void tell(HTTPSessionDelegate& delegate, const Sending& sending);
   void tell(HTTPSessionDelegate& delegate, const Question& question);

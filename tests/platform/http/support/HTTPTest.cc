@@ -32,6 +32,10 @@ HTTPTest::~HTTPTest() {
     });
     session->finishTasksAndInvalidate();
   }
+  EXPECT_TRUE(delegate->waitUntilInvalid(_sessions.size()));
+  // What the service still has to do for them it has done once it is through with another request.
+  finished(started(makeSession({})->dataTaskWithRequest(request("http://127.0.0.1:1/"))));
+  _sessions.back()->finishTasksAndInvalidate();
 }
 
 HTTPSession& HTTPTest::session() {

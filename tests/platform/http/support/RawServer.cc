@@ -28,6 +28,9 @@ bool isReadable(int descriptor) {
 }  // namespace
 
 RawServer::RawServer() : _descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  // Small, so that the client sees of what is read.
+  const int bytes = 64 << 10;
+  ::setsockopt(_descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
