@@ -3,7 +3,7 @@
 //   --benchmark_report_aggregates_only=true
 // and compare the medians of the counter median_ns. The rows:
 //
-// PostAndRun10000/SerialQueue and its peer post 10,000 tasks that each add to a number, and wait until the
+// post_and_run_10000/ours and its peer post 10,000 tasks that each add to a number, and wait until the
 // last one has run. The peer is a thread that runs this, and whose `post` locks, appends and notifies:
 //
 //   std::unique_lock lock(mutex);
@@ -17,7 +17,7 @@
 //     lock.lock();
 //   }
 //
-// SerialQueue/Wake and its peer measure from the call until another thread, which slept, has run a task. The
+// wake and its peer measure from the call until another thread, which slept, has run a task. The
 // peer's thread runs this, and is woken by storing 1 and a futex wake:
 //
 //   while (word.load() == 0) futex(&word, FUTEX_WAIT, 0);
@@ -222,7 +222,7 @@ void SerialQueuePostAndRun(benchmark::State& state) {
   postAndRun(state, [&](auto task) { queue->post(std::move(task)); });
 }
 BENCHMARK(SerialQueuePostAndRun)
-    ->Name("PostAndRun10000/SerialQueue")
+    ->Name("post_and_run_10000/ours")
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
 
@@ -231,7 +231,7 @@ void PeerPostAndRun(benchmark::State& state) {
   postAndRun(state, [&](auto task) { queue->post(std::move(task)); });
 }
 BENCHMARK(PeerPostAndRun)
-    ->Name("PostAndRun10000/MutexConditionDeque")
+    ->Name("post_and_run_10000/peer")
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
 
@@ -264,13 +264,13 @@ void SerialQueueWake(benchmark::State& state) {
   std::atomic<bool> ran{false};
   wakeAndRun(state, ran, [&] { queue->post([&ran] { ran.store(true, std::memory_order_release); }); });
 }
-BENCHMARK(SerialQueueWake)->Name("Wake/SerialQueue")->UseManualTime()->Iterations(5'000);
+BENCHMARK(SerialQueueWake)->Name("wake/ours")->UseManualTime()->Iterations(5'000);
 
 void PeerWake(benchmark::State& state) {
   const auto thread = startedOnSecondProcessor<FutexThread>();
   wakeAndRun(state, thread->ran, [&] { thread->wake(); });
 }
-BENCHMARK(PeerWake)->Name("Wake/Futex")->UseManualTime()->Iterations(5'000);
+BENCHMARK(PeerWake)->Name("wake/peer")->UseManualTime()->Iterations(5'000);
 
 }  // namespace
 
