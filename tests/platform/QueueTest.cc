@@ -23,6 +23,17 @@ namespace {
 thread_local size_t allocations = 0;  // of this thread
 }  // namespace
 
+// The sanitizers bring functions of their own, and allocations are not counted there.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#define NVXCORE_ALLOCATOR_IS_TAKEN
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#define NVXCORE_ALLOCATOR_IS_TAKEN
+#endif
+
+#if !defined(NVXCORE_ALLOCATOR_IS_TAKEN)
 // Not inlined: the compiler would take the pair for a mismatch.
 [[gnu::noinline]] void* operator new(size_t size) {
   ++allocations;
@@ -31,6 +42,7 @@ thread_local size_t allocations = 0;  // of this thread
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+#endif
 
 namespace nvxcore::testing {
 namespace {
