@@ -109,7 +109,7 @@ TEST_F(ServiceTest, ADelayedOneIsStoppedQuietlyAndAFileCountsAsLocalhost) {
 TEST_F(ServiceTest, ThousandsThatFailToBeginDoNotPileUp) {
   service->setMaxRunningFetchersPerHost(1);
   const FetcherRef first = begun("first");
-  constexpr int kMany = 5000;
+  constexpr int kMany = 2000;
   int failed = 0;
   for (int i = 0; i < kMany; ++i) {
     const FetcherRef fetcher = makeFetcher();
