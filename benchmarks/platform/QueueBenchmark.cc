@@ -230,10 +230,7 @@ void PeerPostAndRun(benchmark::State& state) {
   const auto queue = startedOnSecondProcessor<PeerQueue>();
   postAndRun(state, [&](auto task) { queue->post(std::move(task)); });
 }
-BENCHMARK(PeerPostAndRun)
-    ->Name("post_and_run_10000/peer")
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(PeerPostAndRun)->Name("post_and_run_10000/peer")->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 // Long enough for the other thread to have fallen asleep again.
 void letFallAsleep() {

@@ -46,7 +46,7 @@ void CurlConnectionPool::postTransfer(Task step) {
 }
 
 void CurlConnectionPool::close() {
-  if (!_isUsed.load(std::memory_order_relaxed)) return;  // No thread is to start for nothing.
+  if (!_isUsed.exchange(false)) return;  // No thread is to start for nothing.
   _thread->post([self = shared_from_this()] {
     self->_closes = true;
     if (self->_transfers.empty()) self->closeNow();
@@ -79,6 +79,7 @@ void CurlConnectionPool::add(std::shared_ptr<CurlTransfer> transfer) {
   transfer->indexInPool = _transfers.size();
   _thread->lookForTimeOutsAt(transfer->timeOutAt());
   _transfers.push_back(std::move(transfer));
+  _thread->transferBegan();
 }
 
 void CurlConnectionPool::remove(CurlTransfer& transfer) {
@@ -88,6 +89,7 @@ void CurlConnectionPool::remove(CurlTransfer& transfer) {
     _transfers[transfer.indexInPool]->indexInPool = transfer.indexInPool;
   }
   _transfers.pop_back();
+  _thread->transferEnded();
 }
 
 CURL* CurlConnectionPool::takeHandle() {
@@ -107,6 +109,8 @@ void CurlConnectionPool::giveBack(CURL* handle) {
   if (transfer->descriptor >= 0) {
     if (Connection& last = connection(transfer->descriptor); last.user == transfer) last.user = nullptr;
   }
+  curl_easy_setopt(handle, CURLOPT_PRIVATE, nullptr);
+  curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, nullptr);
   if (_idleHandles.size() < kIdleHandles) {
     _idleHandles.push_back(handle);
   } else {
@@ -184,8 +188,18 @@ int CurlConnectionPool::onSocket(CURL* easy, curl_socket_t descriptor, int what,
 }
 
 int CurlConnectionPool::onTimer(CURLM*, long millis, void* self) noexcept {
-  static_cast<CurlConnectionPool*>(self)->_timerMillis = millis <= 0 ? millis : systemMillis() + millis;
+  static_cast<CurlConnectionPool*>(self)->setTimer(millis);
   return 0;
+}
+
+void CurlConnectionPool::setTimer(long millis) {
+  _timerMillis = millis <= 0 ? millis : systemMillis() + millis + 1;
+}
+
+void CurlConnectionPool::setTimer() {
+  long millis = -1;
+  curl_multi_timeout(_multi, &millis);
+  setTimer(millis);
 }
 
 curl_socket_t CurlConnectionPool::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) noexcept {
@@ -212,20 +226,37 @@ void CurlConnectionPool::socketReady(int descriptor, uint32_t events) {
 }
 
 int64_t CurlConnectionPool::endOfTurn() {
+  if (_lookAgainDelay && systemMillis() >= _lookAgainMillis) lookAgain();
   // What runs at once may set the timer to "at once" again; others are to have their turn after a while.
   for (int i = 0; i < 16 && _timerMillis >= 0; ++i) {
     if (_timerMillis > 0 && systemMillis() < _timerMillis) break;
     _timerMillis = -1;
     int running = 0;
     curl_multi_socket_action(_multi, CURL_SOCKET_TIMEOUT, 0, &running);
+    // libcurl tells of changes only, and takes a call that comes a moment early for none.
+    if (_timerMillis < 0) setTimer();
   }
   takeFinished();
   endAnsweredEarly();
   for (size_t i = 0; i < _toTell.size(); ++i) _toTell[i]->tell();
   _toTell.clear();
   if (_closes && _transfers.empty()) closeNow();
-  if (_timerMillis < 0) return -1;
-  return _timerMillis == 0 ? 0 : std::max<int64_t>(0, _timerMillis - systemMillis());
+  int64_t next = _lookAgainDelay ? _lookAgainMillis : INT64_MAX;
+  if (_timerMillis >= 0) next = std::min(next, _timerMillis);
+  return next == INT64_MAX ? -1 : next == 0 ? 0 : std::max<int64_t>(0, next - systemMillis());
+}
+
+void CurlConnectionPool::lookAtOthersAgain() {
+  _lookAgainDelay = 1;
+  _lookAgainMillis = 0;
+}
+
+void CurlConnectionPool::lookAgain() {
+  constexpr int64_t kLongestDelay = 512;
+  bool anyShares = false;
+  for (size_t i = 0; i < _transfers.size(); ++i) anyShares |= _transfers[i]->lookAgain();
+  _lookAgainMillis = systemMillis() + _lookAgainDelay;
+  _lookAgainDelay = anyShares && _lookAgainDelay < kLongestDelay ? 2 * _lookAgainDelay : 0;
 }
 
 void CurlConnectionPool::takeFinished() {

@@ -44,6 +44,9 @@ class CurlConnectionPool final : public SocketClient,
   /// Ends what the handle does and keeps it for the next transfer.
   void giveBack(CURL* handle);
   bool start(CURL* handle) { return curl_multi_add_handle(_multi, handle) == CURLM_OK; }
+  /// A stream of HTTP/2 was cut off. libcurl 7.88 may then sit on bytes of others that have come behind it on
+  /// the connection: it is made to look for them a few times, less and less often.
+  void lookAtOthersAgain();
   /// Sees to it that what the transfer has for its task is told at the end of this turn.
   void tellAtEndOfTurn(std::shared_ptr<CurlTransfer> transfer);
 
@@ -62,6 +65,9 @@ class CurlConnectionPool final : public SocketClient,
   void closeNow();
   void configure(CURL* handle);
   Connection& connection(int descriptor);
+  void lookAgain();
+  void setTimer();
+  void setTimer(long millis);
   void takeFinished();
   void endAnsweredEarly();
 
@@ -77,6 +83,8 @@ class CurlConnectionPool final : public SocketClient,
   std::atomic<bool> _isUsed{false};
   CURLM* _multi = nullptr;
   bool _closes = false;
+  int64_t _lookAgainDelay = 0;  ///< In milliseconds; 0 when there is no need.
+  int64_t _lookAgainMillis = 0;
   int64_t _timerMillis = -1;  ///< On the system's monotonic clock, as libcurl's own times are.
   std::vector<std::shared_ptr<CurlTransfer>> _transfers;
   std::vector<CURL*> _idleHandles;

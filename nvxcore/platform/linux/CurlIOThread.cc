@@ -114,7 +114,7 @@ void CurlIOThread::failTimedOut() {
   dispatchEvents();
   int64_t next = INT64_MAX;
   for (SocketClient* client : _clients) next = std::min(next, client->failTimedOut(_now));
-  _nextTimeOut = next;
+  _nextTimeOut = _transferCount ? next : INT64_MAX;
 }
 
 void CurlIOThread::runCommands() {

@@ -55,6 +55,11 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   int64_t now() const { return _now; }
   /// Sees to it that `failTimedOut` is called at that moment.
   void lookForTimeOutsAt(int64_t nanos);
+  /// Without a transfer there is nothing to look at, and the thread need not wake up for it.
+  void transferBegan() { ++_transferCount; }
+  void transferEnded() {
+    if (--_transferCount == 0) _nextTimeOut = INT64_MAX;
+  }
 
   /// Watches a socket for `events`. With `lazily` set, events that are no longer wanted may stay watched
   /// until they occur, which saves a system call where they are wanted again soon; such a socket is to be
@@ -103,6 +108,7 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   int _eventCount = 0;
   int64_t _now = 0;
   int64_t _nextTimeOut = INT64_MAX;
+  size_t _transferCount = 0;
   int64_t _idleSince = -1;
 };
 

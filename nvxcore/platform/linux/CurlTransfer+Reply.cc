@@ -68,9 +68,9 @@ size_t CurlTransfer::headerLine(std::string_view line) {
 
 void CurlTransfer::headComplete() {
   _hasHead = true;
-  if (_request.hasBody()) {
-    const auto coded = URLResponse::http(_request.url, _status, {}, _headers, false);
-    _bodyLength = _status == 204 || _status == 304 ? 0 : coded.expectedContentLength();
+  if (hasUnsentBody()) {
+    const auto onWire = URLResponse::http(_request.url, _status, {}, _headers, false);
+    _bodyLength = _status == 204 || _status == 304 ? 0 : onWire.expectedContentLength();
   }
   _task->receivedHead(*this, URLResponse::http(_request.url, _status, std::move(_version),
                                                std::move(_headers), _request.decodesReply));

@@ -1,6 +1,7 @@
 #include <openssl/ssl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -22,6 +23,12 @@ int refuseToSeek(void*, curl_off_t, int) { return CURL_SEEKFUNC_FAIL; }
 /// True for methods whose requests say that their body is empty (RFC 9110, 8.6).
 bool expectsBody(const std::string& method) {
   return method == "POST" || method == "PUT" || method == "PATCH";
+}
+
+/// A priority as the weight of an HTTP/2 stream (RFC 7540, 5.3.2).
+long weightOf(float priority) {
+  constexpr long kDefault = 16;
+  return priority >= 0 && priority <= 1 ? 1 + std::lround(255 * priority) : kDefault;
 }
 
 bool speaksHTTP2(CURL* handle) {
@@ -64,6 +71,7 @@ void CurlTransfer::launch() {
   const bool mayMultiplex = _request.isSecure && _pool->configuration().allowsHTTP2;
   set(CURLOPT_HTTP_VERSION, static_cast<long>(mayMultiplex ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1));
   set(CURLOPT_PIPEWAIT, mayMultiplex ? 1L : 0L);
+  set(CURLOPT_STREAM_WEIGHT, weightOf(_task->priority()));
   if (_addresses) {
     std::string entry = _request.host + ":" + std::to_string(_request.port) + ":";
     for (const std::string& address : *_addresses) entry.append(address).append(",");
@@ -123,7 +131,11 @@ size_t CurlTransfer::nextBodyBytes(char* buffer, size_t size) {
     _bodyTaken += static_cast<int64_t>(count);
     return count;
   }
-  if (_piece.isEnd) return 0;
+  if (_piece.isEnd) {
+    // A file that has shrunk would leave the server waiting for the rest.
+    if (_bodyTaken < _request.body.streamLength) refuse(kURLErrorRequestBodyStreamExhausted);
+    return 0;
+  }
   if (!_isPulling) pullBody(kPieceLength);
   _sendPaused = true;
   return CURL_READFUNC_PAUSE;

@@ -140,6 +140,15 @@ void CurlTransfer::setPause() {
   curl_easy_pause(_handle, (_receivePaused ? CURLPAUSE_RECV : 0) | (_sendPaused ? CURLPAUSE_SEND : 0));
 }
 
+bool CurlTransfer::lookAgain() {
+  if (_stage != Stage::Running || !_isMultiplexed) return false;
+  if (_receivePaused) return true;
+  // libcurl reads when a pause ends; it overlooks a call that changes nothing.
+  curl_easy_pause(_handle, CURLPAUSE_RECV | (_sendPaused ? CURLPAUSE_SEND : 0));
+  setPause();
+  return true;
+}
+
 void CurlTransfer::noteChange() {
   if (!std::exchange(_isChanged, true)) _pool->tellAtEndOfTurn(shared_from_this());
 }
@@ -185,6 +194,7 @@ void CurlTransfer::finish(CURLcode result) {
   if (_stage != Stage::Running) return;
   if (_failure) return end(_failure);
   if (result == CURLE_OK && _hasHead) {
+    _isFinished = true;
     if (!_pump && _request.hasBody()) {
       curl_off_t bytes = 0;
       curl_easy_getinfo(_handle, CURLINFO_SIZE_UPLOAD_T, &bytes);
@@ -206,6 +216,7 @@ void CurlTransfer::finish(CURLcode result) {
 void CurlTransfer::end(const Error& error) {
   const auto self = shared_from_this();
   if (_handle) _pool->giveBack(std::exchange(_handle, nullptr));
+  if (_isMultiplexed && !_isFinished) _pool->lookAtOthersAgain();
   if (_resolve) curl_slist_free_all(std::exchange(_resolve, nullptr));
   if (_pump) _pump->stop();
   if (_stage != Stage::New) _pool->remove(*this);

@@ -57,6 +57,9 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   void timeOut();
   void madeProgress();
   bool isMultiplexed() const { return _isMultiplexed; }
+  /// Makes libcurl look for bytes that it has read from a shared connection already. False when this one
+  /// shares none.
+  bool lookAgain();
   /// Hands over what has come since the last turn.
   void tell();
 
@@ -121,6 +124,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   int _timesDue = 0;
   long _sentWhenDue = 0;
   bool _isMultiplexed = false;
+  bool _isFinished = false;  ///< libcurl has brought it to its end.
 
   // The reply.
   HTTPHeaders _headers;

@@ -151,7 +151,8 @@ void HTTPTask::closeFile() {
       userInfo.set(kURLSessionDownloadTaskResumeData, resumeData);
       _outcome = Error(_outcome->domain(), _outcome->code(), std::move(userInfo));
     }
-    _fileIsClosed = true;
+    // Not so for a cancellation that came meanwhile.
+    _fileIsClosed = !_resumeDataHandler && hasFailed == static_cast<bool>(*_outcome);
   }
   flush();
 }

@@ -18,13 +18,15 @@ namespace {
 bool isScheme(const URL& url, const char* scheme) { return ::strcasecmp(url.scheme().c_str(), scheme) == 0; }
 
 /// Why the request can't be carried out at all.
-Error faultOf(const URLRequest& request, const HTTPSessionConfiguration& configuration) {
+Error faultOf(const URLRequest& request, TaskKind kind, const HTTPSessionConfiguration& configuration) {
   const URL& url = request.url;
   if (!url) return transferError(kURLErrorBadURL, url);
-  if (isScheme(url, "data") || isScheme(url, "file")) return {};
+  if (isScheme(url, "data") || isScheme(url, "file"))
+    return kind == TaskKind::Upload ? transferError(kURLErrorUnsupportedURL, url) : Error();
   if (!isScheme(url, "http") && !isScheme(url, "https"))
     return transferError(url.scheme().empty() ? kURLErrorBadURL : kURLErrorUnsupportedURL, url);
-  if (url.host().empty()) return transferError(kURLErrorBadURL, url);
+  // What a name in other letters is in ASCII depends on the host's locale for libcurl. The host has to know.
+  if (url.host().empty() || !isASCII(url.host())) return transferError(kURLErrorBadURL, url);
   if (!request.method.empty() && !isHTTPToken(request.method)) return transferError(kURLErrorBadURL, url);
   if (isScheme(url, "http") && !configuration.allowsPlainHTTP)
     return transferError(kURLErrorAppTransportSecurityRequiresSecureConnection, url);
@@ -106,7 +108,7 @@ void HTTPTask::carryOut(RequestRef request) {
     Lock lock(_lock);
     _request = request;
   }
-  if (Error fault = faultOf(*request, _session->configuration())) return endWithoutTransfer(fault);
+  if (Error fault = faultOf(*request, _kind, _session->configuration())) return endWithoutTransfer(fault);
   if (isScheme(request->url, "data") || isScheme(request->url, "file")) {
     auto loader = std::make_shared<LocalURLLoader>(shared_from_this(), request->url);
     {

@@ -26,14 +26,14 @@ bool needsLookUp(const std::string& host) {
          ::inet_pton(AF_INET6, host.c_str(), &address) != 1 && !sameText(host, "localhost");
 }
 
-/// The URL as it goes out: without its fragment, and in ASCII, the host by IDNA and the rest in escapes.
+/// The URL as it goes out: without its fragment, and in ASCII.
 std::string textToSend(const URL& url) {
   std::string text = url.absoluteString().substr(0, url.absoluteString().find('#'));
-  if (std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; })) return text;
+  if (isASCII(text)) return text;
   CURLU* parts = curl_url();
   char* encoded = nullptr;
   if (curl_url_set(parts, CURLUPART_URL, text.c_str(), CURLU_URLENCODE | CURLU_PATH_AS_IS) == CURLUE_OK &&
-      curl_url_get(parts, CURLUPART_URL, &encoded, CURLU_PUNYCODE) == CURLUE_OK)
+      curl_url_get(parts, CURLUPART_URL, &encoded, 0) == CURLUE_OK)
     text = encoded;
   curl_free(encoded);
   curl_url_cleanup(parts);
@@ -47,6 +47,10 @@ int64_t nanosOf(TimeInterval seconds) {
 }
 
 }  // namespace
+
+bool isASCII(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
+}
 
 bool isHTTPToken(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
@@ -93,8 +97,9 @@ PreparedRequest::PreparedRequest(const URLRequest& request, RequestBody requestB
       method(request.method.empty() ? "GET" : request.method),
       body(std::move(requestBody)),
       timeoutNanos(nanosOf(request.timeoutInterval)) {
+  if (method == "HEAD") body = RequestBody();
   port = url.port().value_or(isSecure ? 443 : 80);
-  if (configuration.proxy.empty() && needsLookUp(url.host())) host = URL::withString(urlText).host();
+  if (configuration.proxy.empty() && needsLookUp(url.host())) host = url.host();
   bool hasContentType = false;
   bool hasCookies = false;
   for (const auto& [name, value] : request.headers) {

@@ -67,5 +67,6 @@ struct PreparedRequest {
 
 /// True for a token (RFC 9110, 5.6.2), which methods and names of fields are.
 bool isHTTPToken(std::string_view text);
+bool isASCII(std::string_view text);
 
 }  // namespace nvxcore

@@ -22,6 +22,11 @@ bool sameOrigin(const URL& a, const URL& b) {
          ::strcasecmp(a.host().c_str(), b.host().c_str()) == 0 && portOf(a) == portOf(b);
 }
 
+/// A server must not send its client to files of its own machine.
+bool isWebScheme(const std::string& scheme) {
+  return ::strcasecmp(scheme.c_str(), "http") == 0 || ::strcasecmp(scheme.c_str(), "https") == 0;
+}
+
 bool becomesGet(int status, const std::string& method) {
   if (status == 303) return method != "GET" && method != "HEAD";
   return (status == 301 || status == 302) && method == "POST";
@@ -34,7 +39,7 @@ std::optional<URLRequest> redirectedRequest(const URLRequest& request, const URL
   const std::optional<std::string> location = response.headers().value("Location");
   if (!location || location->empty()) return std::nullopt;
   URL target = request.url.resolving(*location);
-  if (!target) return std::nullopt;
+  if (!target || !isWebScheme(target.scheme())) return std::nullopt;
   // The fragment stays where the new place names none (RFC 9110, 10.2.2).
   if (const std::string& fragment = request.url.fragment();
       !fragment.empty() && target.absoluteString().find('#') == std::string::npos)

@@ -105,6 +105,7 @@ TEST_F(ErrorTest, OfRequestsThatCannotBeCarriedOut) {
   EXPECT_EQ(codeOf(""), kURLErrorBadURL);
   EXPECT_EQ(codeOf("/no/scheme"), kURLErrorBadURL);
   EXPECT_EQ(codeOf("http:///no/host"), kURLErrorBadURL);
+  EXPECT_EQ(codeOf("http://b\u00fccher.example/"), kURLErrorBadURL);
   EXPECT_EQ(codeOf("gopher://127.0.0.1/"), kURLErrorUnsupportedURL);
   EXPECT_EQ(codeOf("http://no-such-name.invalid/"), kURLErrorCannotFindHost);
   EXPECT_EQ(

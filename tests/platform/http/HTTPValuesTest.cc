@@ -3,6 +3,7 @@
 #include "nvxcore/platform/Files.h"
 #include "nvxcore/platform/InputStream.h"
 #include "nvxcore/platform/URLResponse.h"
+#include "nvxcore/platform/linux/PreparedRequest.h"
 
 namespace nvxcore::testing {
 namespace {
@@ -59,6 +60,20 @@ TEST(URLResponseTest, TakesTypeAndLengthFromTheFields) {
   EXPECT_FALSE(URLResponse());
   EXPECT_EQ(URLResponse().statusCode(), 0);
   EXPECT_EQ(URLResponse().expectedContentLength(), -1);
+}
+
+TEST(PreparedRequestTest, GoesOutInASCII) {
+  const auto prepared = [](const char* url) {
+    return PreparedRequest(URLRequest(URL::withString(url)), {}, "", HTTPSessionConfiguration());
+  };
+  const PreparedRequest request = prepared("http://a.example/\u00fc/../x?q=\u00e9#part");
+  EXPECT_EQ(request.urlText, "http://a.example/%c3%bc/../x?q=%c3%a9");
+  EXPECT_EQ(request.host, "a.example");
+  EXPECT_EQ(request.port, 80);
+  // Nothing is looked up for an address.
+  for (const char* url : {"https://127.0.0.1/", "https://[::1]/", "https://LOCALHOST/"})
+    EXPECT_EQ(prepared(url).host, "") << url;
+  EXPECT_EQ(prepared("https://a.example:8443/").port, 8443);
 }
 
 std::string allOf(InputStream& stream) {

@@ -41,6 +41,10 @@ TEST_F(LocalURLTest, AFileURLIsReadAtTheHostsPace) {
   EXPECT_TRUE(
       finished(started(session().downloadTaskWithRequest(request(file.absoluteString())))).fileContents ==
       contents);
+  for (const std::string& url : {file.absoluteString(), std::string("data:,x")}) {
+    const auto upload = session().uploadTaskWithRequestFromData(request(url, "POST"), Data::copy("x"));
+    EXPECT_EQ(finished(started(upload)).error.code(), kURLErrorUnsupportedURL);
+  }
   removeFile(file);
   EXPECT_EQ(finished(get(file.absoluteString())).error.code(), kURLErrorFileDoesNotExist);
   EXPECT_EQ(finished(get("file:///tmp")).error.code(), kURLErrorFileIsDirectory);

@@ -67,6 +67,16 @@ TEST_F(NegotiationTest, ARefusedRedirectIsTheReply) {
   EXPECT_EQ(server.exchanges().size(), 1u);
 }
 
+TEST_F(NegotiationTest, NoRedirectLeavesTheWeb) {
+  for (const char* to : {"file:///etc/hostname", "data:,text", "gopher://h/"}) {
+    server.handle("/away",
+                  [to](const Exchange&) { return ReplyPlan::withStatus(302).withHeader("Location", to); });
+    const TaskRecord record = finished(get(server.url("/away")));
+    EXPECT_EQ(record.response.statusCode(), 302);
+    EXPECT_TRUE(record.redirects.empty());
+  }
+}
+
 TEST_F(NegotiationTest, AHostMayAnswerWithAnotherRequest) {
   delegate->onRedirect = [&](const URLRequest&, RedirectHandler handler) {
     handler(request(server.url("/headers"), "POST", "mine"));
