@@ -21,12 +21,16 @@ curl_slist* headers() {
   return list;
 }
 
-void prepare(CURL* handle, const std::string& url, const std::string& body, std::string* reply) {
+void prepare(CURL* handle, const std::string& url, const std::string& userAgent, const std::string& body,
+             std::string* reply) {
   curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
   curl_easy_setopt(handle, CURLOPT_POST, 1L);
   curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.data());
   curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
   curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers());
+  // So that both sides send the same bytes.
+  curl_easy_setopt(handle, CURLOPT_USERAGENT, userAgent.c_str());
+  curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "gzip, deflate, br");
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append);
   curl_easy_setopt(handle, CURLOPT_WRITEDATA, reply);
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
@@ -72,7 +76,8 @@ struct MultiPeer::Transfer {
   std::function<void(std::string)> handler;
 };
 
-MultiPeer::MultiPeer() : _multi(curl_multi_init()), _thread([this] { run(); }) {}
+MultiPeer::MultiPeer(std::string userAgent)
+    : _userAgent(std::move(userAgent)), _multi(curl_multi_init()), _thread([this] { run(); }) {}
 
 MultiPeer::~MultiPeer() {
   {
@@ -103,7 +108,7 @@ void MultiPeer::start(std::unique_ptr<Transfer> transfer) {
     handle = static_cast<CURL*>(_idleHandles.back());
     _idleHandles.pop_back();
   }
-  prepare(handle, transfer->url, transfer->body, &transfer->reply);
+  prepare(handle, transfer->url, _userAgent, transfer->body, &transfer->reply);
   curl_easy_setopt(handle, CURLOPT_PRIVATE, transfer.release());
   curl_multi_add_handle(static_cast<CURLM*>(_multi), handle);
 }
@@ -137,10 +142,11 @@ void MultiPeer::run() {
   }
 }
 
-double postOneByOne(const std::string& url, const std::string& body, int count) {
+double postOneByOne(const std::string& url, const std::string& userAgent, const std::string& body,
+                    int count) {
   CURL* handle = curl_easy_init();
   std::string reply;
-  prepare(handle, url, body, &reply);
+  prepare(handle, url, userAgent, body, &reply);
   if (curl_easy_perform(handle) != CURLE_OK) std::abort();
   const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < count; ++i) {

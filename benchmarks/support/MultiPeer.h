@@ -32,7 +32,7 @@ class PlainThread {
 ///   loop: take new requests; curl_multi_perform; for each that is done hand its bytes on; curl_multi_poll
 class MultiPeer {
  public:
-  MultiPeer();
+  explicit MultiPeer(std::string userAgent);
   ~MultiPeer();
   /// Posts `body`; `handler` gets the reply on the second thread.
   void post(const std::string& url, const std::string& body, std::function<void(std::string reply)> handler);
@@ -42,6 +42,7 @@ class MultiPeer {
   void run();
   void start(std::unique_ptr<Transfer> transfer);
 
+  const std::string _userAgent;
   void* _multi;
   std::mutex _mutex;
   std::deque<std::unique_ptr<Transfer>> _new;
@@ -52,6 +53,6 @@ class MultiPeer {
 };
 
 /// One request after another over one easy handle: answers how many seconds `count` of them took.
-double postOneByOne(const std::string& url, const std::string& body, int count);
+double postOneByOne(const std::string& url, const std::string& userAgent, const std::string& body, int count);
 
 }  // namespace nvxcore::benchmarks

@@ -32,6 +32,7 @@ using namespace nvxcore::benchmarks;
 constexpr int kInFlight = 4;
 constexpr int kRequests = 50;
 constexpr int kBatches = 200;
+const std::string kUserAgent = "bench/1";
 const std::string kPayload(40, 'p');
 
 void require(bool held, const char* what) {
@@ -63,6 +64,7 @@ ServerProcess& server() {
 
 void smallPostOurs(benchmark::State& state) {
   auto service = NVXx_HTKSessionFetcherService::init();
+  service->setUserAgent(kUserAgent);
   service->setCallbackQueue(Queue::serial("bench.callbacks"));
   URLRequest request(URL::withString(server().url()));
   request.headers.set("Content-Type", "application/binary");
@@ -83,7 +85,7 @@ void smallPostOurs(benchmark::State& state) {
 }
 
 void smallPostPeer(benchmark::State& state) {
-  MultiPeer peer;
+  MultiPeer peer(kUserAgent);
   const std::string body = framed(1);
   Semaphore done(0);
   size_t length = 0;
@@ -98,7 +100,7 @@ void smallPostPeer(benchmark::State& state) {
 }
 
 void batchOurs(benchmark::State& state) {
-  auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent("bench/1");
+  auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent(kUserAgent);
   service->setCallbackQueue(Queue::serial("bench.callbacks"));
   auto connection = NVXDASHConnection::initWithServerURL(
       URL::withString(server().url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "bench"}),
@@ -137,7 +139,7 @@ void batchOurs(benchmark::State& state) {
 }
 
 void batchPeer(benchmark::State& state) {
-  MultiPeer peer;
+  MultiPeer peer(kUserAgent);
   const std::string body = framed(kRequests);
   for (auto _ : state) {
     Semaphore done(0);
@@ -159,7 +161,7 @@ void batchPeer(benchmark::State& state) {
 
 void singlePeer(benchmark::State& state) {
   const std::string body = framed(1);
-  for (auto _ : state) state.SetIterationTime(postOneByOne(server().url(), body, kBatches));
+  for (auto _ : state) state.SetIterationTime(postOneByOne(server().url(), kUserAgent, body, kBatches));
   state.SetItemsProcessed(state.iterations() * kBatches);
 }
 

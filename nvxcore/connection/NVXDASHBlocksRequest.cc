@@ -4,26 +4,30 @@
 
 namespace nvxcore {
 
+/// Lets the object and its reference count be one allocation.
+class NVXDASHBlocksRequest::Made final : public NVXDASHBlocksRequest {
+ public:
+  Made(int32_t requestID, Data requestData, SerializeHandler serializeHandler, ReadHandler readHandler)
+      : NVXDASHBlocksRequest(requestID, std::move(requestData), std::move(serializeHandler),
+                             std::move(readHandler)) {}
+};
+
 std::shared_ptr<NVXDASHBlocksRequest> NVXDASHBlocksRequest::requestWithID(int32_t requestID, Data requestData,
                                                                           ReadHandler asyncReadHandler) {
-  SerializeHandler serialize;
-  if (!requestData.empty()) {
-    serialize = [data = std::move(requestData)](utils::JavaDataOutput* output) {
-      output->WriteBytes(data.bytes(), data.length());
-    };
-  }
-  return requestWithID(requestID, std::move(serialize), std::move(asyncReadHandler));
+  return std::make_shared<Made>(requestID, std::move(requestData), SerializeHandler(),
+                                std::move(asyncReadHandler));
 }
 
 std::shared_ptr<NVXDASHBlocksRequest> NVXDASHBlocksRequest::requestWithID(
     int32_t requestID, SerializeHandler asyncSerializeHandler, ReadHandler asyncReadHandler) {
-  return std::shared_ptr<NVXDASHBlocksRequest>(
-      new NVXDASHBlocksRequest(requestID, std::move(asyncSerializeHandler), std::move(asyncReadHandler)));
+  return std::make_shared<Made>(requestID, Data(), std::move(asyncSerializeHandler),
+                                std::move(asyncReadHandler));
 }
 
-NVXDASHBlocksRequest::NVXDASHBlocksRequest(int32_t requestID, SerializeHandler serializeHandler,
-                                           ReadHandler readHandler)
+NVXDASHBlocksRequest::NVXDASHBlocksRequest(int32_t requestID, Data requestData,
+                                           SerializeHandler serializeHandler, ReadHandler readHandler)
     : NVXDASHConnectionRequest(requestID),
+      _requestData(std::move(requestData)),
       _asyncSerializeRequestDataHandler(std::move(serializeHandler)),
       _asyncReadResponseHandler(std::move(readHandler)) {}
 
@@ -34,6 +38,7 @@ void NVXDASHBlocksRequest::setAsyncRequestFailedHandler(FailedHandler handler) {
 
 void NVXDASHBlocksRequest::asyncSerializeRequestData(utils::JavaDataOutput* output,
                                                      const NVXDASHConnectionRef&) {
+  if (!_requestData.empty()) output->WriteBytes(_requestData.bytes(), _requestData.length());
   if (_asyncSerializeRequestDataHandler) _asyncSerializeRequestDataHandler(output);
 }
 

@@ -33,8 +33,11 @@ class NVXCORE_EXPORT NVXDASHBlocksRequest : public NVXDASHConnectionRequest {
   void asyncRequestFailed(const Error& error, const NVXDASHConnectionRef& connection) override;
 
  private:
-  NVXDASHBlocksRequest(int32_t requestID, SerializeHandler serializeHandler, ReadHandler readHandler);
+  class Made;
+  NVXDASHBlocksRequest(int32_t requestID, Data requestData, SerializeHandler serializeHandler,
+                       ReadHandler readHandler);
 
+  const Data _requestData;
   const SerializeHandler _asyncSerializeRequestDataHandler;
   const ReadHandler _asyncReadResponseHandler;
   Mutex _lock;

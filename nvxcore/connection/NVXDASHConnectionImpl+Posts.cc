@@ -72,7 +72,10 @@ void NVXDASHConnectionImpl::internalStartConnectionWithGroupID(const NVXDASHRequ
   fetcher->setAuthorizer(groupID ? groupID->authorizer() : nullptr);
   // Requests are retried, POSTs are not.
   fetcher->setRetryEnabled(false);
-  fetcher->setBodyStreamProvider([body](const BodyStreamHandler& answer) { answer(body); });
+  fetcher->setBodyStreamProvider([body](const BodyStreamHandler& answer) {
+    HandOffScope handOff;
+    answer(body);
+  });
   if (asConnectionCheck) fetcher->setProperty(true, NVXx_kDASHFetcherIsConnectionCheck);
   fetcher->setProperty(Value::object(std::weak_ptr<NVXDASHConnection>(weak_from_this())),
                        NVXx_kDASHFetcherConnectionKey);

@@ -65,9 +65,9 @@ NVXDASHConnectionImpl::~NVXDASHConnectionImpl() {
 
 void NVXDASHConnectionImpl::sendRequest(const NVXDASHConnectionRequestRef& request) {
   if (!request || request->requestID() == 0) return;
-  if (!request->authorizer()) request->setAuthorizer(fetcherService()->authorizer());
   {
     Lock lock(_lock);
+    if (!request->authorizer()) request->setAuthorizer(_fetcherService->authorizer());
     if (_suspendQueue) return _suspendQueue->push_back(request);
     fileRequest(request);
   }
@@ -77,19 +77,26 @@ void NVXDASHConnectionImpl::sendRequest(const NVXDASHConnectionRequestRef& reque
 void NVXDASHConnectionImpl::fileRequest(const NVXDASHConnectionRequestRef& request) {
   // A version of its own gives a request a group, and so a POST, of its own.
   const int64_t version = request->allowsCellularAccess() ? _defaultXGeoVersion : issueNewXGeoVersion();
-  NVXDASHRequestGroupIDRef groupID = NVXDASHRequestGroupID::initWithAutorizer(request->authorizer(), version);
-  if (NVXDASHRequestGroup* group = requestGroupForID(*groupID)) {
+  const AuthorizerRef authorizer = request->authorizer();
+  if (NVXDASHRequestGroup* group = requestGroupFor(authorizer, version)) {
     group->requests.push_back(request);
   } else {
-    _pendingRequestGroups.push_back({std::move(groupID), {request}, 0});
+    _pendingRequestGroups.push_back(
+        {NVXDASHRequestGroupID::initWithAutorizer(authorizer, version), {request}, 0});
   }
 }
 
-NVXDASHRequestGroup* NVXDASHConnectionImpl::requestGroupForID(const NVXDASHRequestGroupID& groupID) {
+NVXDASHRequestGroup* NVXDASHConnectionImpl::requestGroupFor(const AuthorizerRef& authorizer,
+                                                            int64_t xGeoVersion) {
   for (NVXDASHRequestGroup& group : _pendingRequestGroups) {
-    if (*group.groupID == groupID) return &group;
+    if (group.groupID->xGeoVersion() == xGeoVersion && group.groupID->authorizer() == authorizer)
+      return &group;
   }
   return nullptr;
+}
+
+NVXDASHRequestGroup* NVXDASHConnectionImpl::requestGroupForID(const NVXDASHRequestGroupID& groupID) {
+  return requestGroupFor(groupID.authorizer(), groupID.xGeoVersion());
 }
 
 void NVXDASHConnectionImpl::enqueueRequest(const NVXDASHConnectionRequestRef& request) {

@@ -111,6 +111,8 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
 
   int64_t issueNewXGeoVersion() NVX_REQUIRES(_lock) { return _nextXGeoVersion++; }
   void fileRequest(const NVXDASHConnectionRequestRef& request) NVX_REQUIRES(_lock);
+  NVXDASHRequestGroup* requestGroupFor(const AuthorizerRef& authorizer, int64_t xGeoVersion)
+      NVX_REQUIRES(_lock);
   NVXDASHRequestGroup* requestGroupForID(const NVXDASHRequestGroupID& groupID) NVX_REQUIRES(_lock);
   void startConnectionsIfNeeded();
   void startConnection(const NVXDASHRequestGroupIDRef& groupID);

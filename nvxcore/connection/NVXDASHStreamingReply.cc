@@ -87,6 +87,7 @@ void NVXDASHStreamingReply::fetchEnded(const Error& error) {
 void NVXDASHStreamingReply::startWithError(const Error& error) {
   if (_started) return;
   _started = true;
+  HandOffScope handOff;
   Queue::blocking()->post(*_dispatchGroup,
                           [self = shared_from_this(), handler = std::exchange(_handler, nullptr), error] {
                             utils::JavaDataInput input(&self->_provider);

@@ -9,16 +9,9 @@
 #include <new>
 #include <utility>
 
-namespace nvxcore {
+#include "nvxcore/platform/internal/DataBlock.h"
 
-/// What a handle points to. The bytes lie behind it, in a buffer that was taken over, in another block, or
-/// elsewhere.
-struct Data::Block {
-  std::atomic<uint32_t> references{1};
-  const uint8_t* bytes = nullptr;
-  size_t length = 0;
-  void (*destroy)(Block*) = nullptr;
-};
+namespace nvxcore {
 
 struct Data::Slice : Data::Block {
   static void end(Block* dead) { delete static_cast<Slice*>(dead); }
@@ -51,7 +44,11 @@ Data::~Data() {
 }
 
 void Data::drop(Block* block) noexcept {
-  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) block->destroy(block);
+  // Whoever holds the only reference is alone with it, and needs no atomic subtraction.
+  if (block->references.load(std::memory_order_acquire) == 1 ||
+      block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    block->destroy(block);
+  }
 }
 
 Data Data::copy(const void* bytes, size_t length) {

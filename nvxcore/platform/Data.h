@@ -51,6 +51,7 @@ class NVXCORE_EXPORT Data {
   friend NVXCORE_EXPORT bool operator==(const Data& a, const Data& b);
 
  private:
+  friend struct DataAccess;
   struct Block;
   struct Slice;
   explicit Data(Block* block) : _block(block) {}

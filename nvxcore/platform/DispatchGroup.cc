@@ -8,6 +8,7 @@
 #include "nvxcore/platform/Threading.h"
 #include "nvxcore/platform/internal/Deadline.h"
 #include "nvxcore/platform/internal/Fault.h"
+#include "nvxcore/platform/internal/WorkerPool.h"
 
 namespace nvxcore {
 
@@ -58,6 +59,7 @@ bool DispatchGroup::wait(TimeInterval timeout) {
     parker = threading.makeParker();
     state.waiters.push_back(parker);
   }
+  WorkerPool::settleHandOff();
   if (parkUntilDeadline(*parker, deadlineAfter(threading.monotonicNanos(), timeout))) return true;
   Lock lock(state.mutex);
   return std::erase(state.waiters, parker) == 0;  // Else the last one left at this very moment.

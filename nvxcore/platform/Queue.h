@@ -49,6 +49,25 @@ class NVXCORE_EXPORT Queue : public std::enable_shared_from_this<Queue> {
   static const std::string& currentLabel();
 };
 
+/// While one is open on a thread, a queue that is posted to may have its turn on that thread, once the task
+/// that runs there has ended, which saves waking another one. To be opened by a task of a queue that is about
+/// to end, and that waits for nothing meanwhile. It has no effect elsewhere.
+class NVXCORE_EXPORT HandOffScope {
+ public:
+  HandOffScope();
+  ~HandOffScope();
+  HandOffScope(const HandOffScope&) = delete;
+  HandOffScope& operator=(const HandOffScope&) = delete;
+
+  static bool isOpen();
+  /// Gives what the current task has handed off to another thread: a host's code is about to be called, which
+  /// may wait for anything.
+  static void settle();
+
+ private:
+  const bool _wasOpen;
+};
+
 /// Counts tasks or explicit entries, so that somebody can wait until all have left.
 /// All operations may be called on any thread.
 class NVXCORE_EXPORT DispatchGroup {

@@ -1,63 +1,95 @@
 #include "nvxcore/platform/Semaphore.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
-#include <vector>
 
-#include "nvxcore/platform/Mutex.h"
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Threading.h"
 #include "nvxcore/platform/internal/Deadline.h"
+#include "nvxcore/platform/internal/WorkerPool.h"
 
 namespace nvxcore {
 
-struct Semaphore::State {
-  Mutex mutex;
-  int64_t count NVX_GUARDED_BY(mutex) = 0;
-  // A signal goes to the first of them, past the count, so that nobody overtakes.
-  std::vector<std::shared_ptr<Parker>> waiters NVX_GUARDED_BY(mutex);
-};
+namespace {
 
-Semaphore::Semaphore(int64_t initialCount) : _state(std::make_unique<State>()) {
-  Lock lock(_state->mutex);
-  _state->count = initialCount;
+/// The test form that runs one thread at a time may switch threads here, as at a lock.
+void switchPoint() {
+  if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) {
+    observer->willLock();
+    observer->didUnlock();
+  }
 }
+
+}  // namespace
+
+Semaphore::Semaphore(int64_t initialCount) : _count(initialCount) {}
 
 Semaphore::~Semaphore() = default;
 
 void Semaphore::wait() { wait(std::numeric_limits<TimeInterval>::infinity()); }
 
 bool Semaphore::wait(TimeInterval timeout) {
-  State& state = *_state;
+  switchPoint();
+  if (!(timeout > 0)) {
+    int64_t count = _count.load(std::memory_order_relaxed);
+    while (count > 0) {
+      if (_count.compare_exchange_weak(count, count - 1, std::memory_order_acquire)) return true;
+    }
+    return false;
+  }
+  if (_count.fetch_sub(1, std::memory_order_acquire) > 0) return true;
+  return waitInLine(timeout);
+}
+
+/// Counted as a waiter already.
+bool Semaphore::waitInLine(TimeInterval timeout) {
+  Threading& threading = *Platform::current().threading;
+  const int64_t deadline = deadlineAfter(threading.monotonicNanos(), timeout);
   std::shared_ptr<Parker> parker;
-  int64_t deadline;
   {
-    Lock lock(state.mutex);
-    if (state.count > 0) {
-      --state.count;
+    Lock lock(_mutex);
+    if (_owed > 0) {
+      --_owed;
       return true;
     }
-    if (!(timeout > 0)) return false;
-    Threading& threading = *Platform::current().threading;
-    deadline = deadlineAfter(threading.monotonicNanos(), timeout);
     parker = threading.makeParker();
-    state.waiters.push_back(parker);
+    _waiters.push_back(parker);
   }
+  WorkerPool::settleHandOff();
   if (parkUntilDeadline(*parker, deadline)) return true;
-  Lock lock(state.mutex);
-  return std::erase(state.waiters, parker) == 0;  // Else a signal came at this very moment.
+  {
+    Lock lock(_mutex);
+    // Not there: a signal came at this very moment, and what it does with the parker is all but done.
+    const auto self = std::find(_waiters.begin(), _waiters.end(), parker);
+    if (self == _waiters.end()) return true;
+    int64_t count = _count.load(std::memory_order_relaxed);
+    while (count < 0) {
+      if (!_count.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) continue;
+      _waiters.erase(self);
+      return false;
+    }
+  }
+  // As many signals as there are waiters are on their way to the line.
+  parker->park();
+  return true;
 }
 
 void Semaphore::signal() {
+  switchPoint();
+  if (_count.fetch_add(1, std::memory_order_release) < 0) wakeFirst();
+}
+
+void Semaphore::wakeFirst() {
   std::shared_ptr<Parker> woken;
   {
-    Lock lock(_state->mutex);
-    if (_state->waiters.empty()) {
-      ++_state->count;
+    Lock lock(_mutex);
+    if (_waiters.empty()) {
+      ++_owed;  // The waiter that was counted is not in line yet.
       return;
     }
-    woken = std::move(_state->waiters.front());
-    _state->waiters.erase(_state->waiters.begin());
+    woken = std::move(_waiters.front());
+    _waiters.erase(_waiters.begin());
   }
   woken->unpark();
 }

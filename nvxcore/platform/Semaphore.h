@@ -1,12 +1,17 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "nvxcore/platform/Export.h"
+#include "nvxcore/platform/Mutex.h"
 #include "nvxcore/platform/TimeInterval.h"
 
 namespace nvxcore {
+
+class Parker;
 
 /// A counting semaphore over the threading seam. May be used on any thread; waiters are served in order.
 class NVXCORE_EXPORT Semaphore {
@@ -23,8 +28,15 @@ class NVXCORE_EXPORT Semaphore {
   void signal();
 
  private:
-  struct State;
-  std::unique_ptr<State> _state;
+  bool waitInLine(TimeInterval timeout);
+  void wakeFirst();
+
+  // Below 0: how many waiters no signal has been given for. Only they take the lock, and who signals to them.
+  std::atomic<int64_t> _count;
+  Mutex _mutex;
+  // Signals whose waiter has not come to the line yet.
+  int64_t _owed NVX_GUARDED_BY(_mutex) = 0;
+  std::vector<std::shared_ptr<Parker>> _waiters NVX_GUARDED_BY(_mutex);
 };
 
 }  // namespace nvxcore

@@ -49,15 +49,18 @@ class Task {
   }
 
  private:
+  friend class TaskList;
+
   struct Operations {
     void (*callAndDestroy)(void*);
     void (*destroy)(void*);
     void (*relocate)(void* from, void* to);
+    size_t size;  // of what is stored, a multiple of 8
   };
 
   template <class F>
   static constexpr bool fitsInline() {
-    return sizeof(F) <= kInlineSize && alignof(F) <= alignof(std::max_align_t) &&
+    return sizeof(F) <= kInlineSize && alignof(F) <= alignof(void*) &&
            std::is_nothrow_move_constructible_v<F>;
   }
 
@@ -73,7 +76,8 @@ class Task {
                                          [](void* from, void* to) {
                                            ::new (to) F(std::move(*static_cast<F*>(from)));
                                            std::destroy_at(static_cast<F*>(from));
-                                         }};
+                                         },
+                                         (sizeof(F) + 7) / 8 * 8};
 
   template <class F>
   static constexpr Operations kHeap = {[](void* storage) {
@@ -81,14 +85,15 @@ class Task {
                                          (*function)();
                                        },
                                        [](void* storage) { delete *static_cast<F**>(storage); },
-                                       [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); }};
+                                       [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); },
+                                       sizeof(F*)};
 
   void take(Task& other) noexcept {
     _operations = std::exchange(other._operations, nullptr);
     if (_operations) _operations->relocate(other._storage, _storage);
   }
 
-  alignas(std::max_align_t) unsigned char _storage[kInlineSize];
+  alignas(void*) unsigned char _storage[kInlineSize];
   const Operations* _operations = nullptr;
 };
 

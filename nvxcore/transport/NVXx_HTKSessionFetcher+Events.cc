@@ -43,6 +43,7 @@ void NVXx_HTKSessionFetcher::taskNeedNewBodyStream(const HTTPSessionTaskRef& tas
   setSessionTask(task);
   FetcherBodyStreamProvider provider = bodyStreamProvider();
   if (!provider) return completionHandler(nullptr);
+  HandOffScope handOff;
   invokeOnCallbackQueueUnlessStopped(
       [provider = std::move(provider), answer = std::move(completionHandler)] { provider(answer); });
 }
@@ -114,6 +115,7 @@ void NVXx_HTKSessionFetcher::dataTaskDidReceiveData(const HTTPSessionTaskRef& ta
   const int64_t length = static_cast<int64_t>(data.length());
   setSessionTask(task);
   if (length == 0) return;
+  HandOffScope handOff;
   Lock lock(_fields->lock);
   if (_fields->_accumulateDataBlock) {
     _fields->_downloadedLength += length;

@@ -67,7 +67,10 @@ void NVXx_HTKSessionFetcher::finishWithError(Error error) {
     data = _fields->_downloadedData.data();
   }
   sendStopNotificationIfNeeded();
-  invokeFetchCallbacksOnCallbackQueue(std::move(data), std::move(error));
+  {
+    HandOffScope handOff;
+    invokeFetchCallbacksOnCallbackQueue(std::move(data), std::move(error));
+  }
   stopFetchReleasingCallbacks(true);
 }
 
@@ -159,7 +162,10 @@ void NVXx_HTKSessionFetcher::stopFetchReleasingCallbacks(bool release) {
   }
   if (sessionToInvalidate) sessionToInvalidate->finishTasksAndInvalidate();
   sendStopNotificationIfNeeded();
-  if (authorizer && request) authorizer->stopAuthorizationForRequest(*request);
+  if (authorizer && request) {
+    HandOffScope::settle();
+    authorizer->stopAuthorizationForRequest(*request);
+  }
   if (release) {
     releaseCallbacks();
     AuthorizerRef dropped;

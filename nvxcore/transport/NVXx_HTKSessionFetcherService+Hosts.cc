@@ -110,6 +110,9 @@ void NVXx_HTKSessionFetcherService::startFetchers(std::vector<FetcherRef> fetche
     waiting->insert(waiting->end(), fetchers.begin(), fetchers.end());
     return;
   }
+  if (fetchers.empty()) return;
+  // To begin calls authorizers and configuration blocks.
+  HandOffScope::settle();
   std::deque<FetcherRef> toStart(fetchers.begin(), fetchers.end());
   struct Turn {
     explicit Turn(std::deque<FetcherRef>& list) { waiting = &list; }

@@ -63,6 +63,8 @@ using FetcherBodyStreamProvider = std::function<void(BodyStreamHandler)>;
 using FetcherRetryResponse = std::function<void(bool shouldRetry)>;
 using FetcherRetryBlock = std::function<void(bool suggestedWillRetry, Error error, FetcherRetryResponse)>;
 /// Called just before a session is made, on the thread that begins the fetch.
+/// On the thread that begins the fetch, while the session is being made: it must not come back to the service
+/// (`resetSession`, `setReuseSession`, another fetch's begin), which waits until it is.
 using FetcherConfigurationBlock = std::function<void(const FetcherRef&, HTTPSessionConfiguration&)>;
 /// Answers a fetch in place of the network. With nothing in all three the network is asked after all.
 using FetcherTestResponse = std::function<void(URLResponse response, Data data, Error error)>;

@@ -152,6 +152,70 @@ TEST_F(QueueTest, BlockedTasksKeepNoQueueFromRunning) {
   EXPECT_TRUE(scope.settle());
 }
 
+TEST_F(QueueTest, AQueueThatIsHandedOffRunsOnThePostersThreadUnlessThatGoesOn) {
+  const QueueRef from = Queue::serial("from"), to = Queue::serial("to");
+  std::thread::id poster, runner;
+  Semaphore done(0), gate(0), posted(0);
+  const auto handOff = [&](const QueueRef& queue) {
+    HandOffScope scope;
+    queue->post([&] {
+      runner = std::this_thread::get_id();
+      done.signal();
+    });
+    poster = std::this_thread::get_id();
+  };
+  for (const QueueRef& queue : {to, Queue::blocking()}) {
+    from->post([&] {
+      handOff(queue);
+      EXPECT_FALSE(done.wait(0));  // Not before the task has ended.
+    });
+    done.wait();
+    EXPECT_EQ(runner, poster) << queue->label();
+    EXPECT_TRUE(scope.settle());
+  }
+  // The next task of the posting queue waits for what was handed off.
+  from->post([&] {
+    posted.wait();
+    handOff(to);
+  });
+  from->post([&] { done.wait(); });
+  posted.signal();
+  EXPECT_TRUE(scope.settle());
+  // Even the posting task itself may, and wait by means of its own once it has said so.
+  for (const QueueRef& queue : {from, Queue::global()}) {
+    queue->post([&] {
+      handOff(to);
+      done.wait();
+    });
+    EXPECT_TRUE(scope.settle());
+  }
+  std::atomic<bool> ran{false};
+  from->post([&] {
+    {
+      HandOffScope handsOff;
+      to->post([&] {
+        ran = true;
+        ran.notify_one();
+      });
+    }
+    HandOffScope::settle();
+    ran.wait(false);
+  });
+  EXPECT_TRUE(scope.settle());
+  // Two at once, and from a thread that is no worker's.
+  const auto handOffPlain = [&](const QueueRef& queue) {
+    HandOffScope handsOff;
+    queue->post([&] { done.signal(); });
+  };
+  from->post([&] {
+    handOffPlain(to);
+    handOffPlain(Queue::global());
+  });
+  handOffPlain(to);
+  for (int i = 0; i < 3; ++i) done.wait();
+  EXPECT_TRUE(scope.settle());
+}
+
 TEST_F(QueueTest, WithAllWorkersTakenQueuesTakeTurns) {
   Semaphore gate(0), taken(0);
   std::vector<QueueRef> holders;

@@ -6,9 +6,9 @@
 
 namespace nvxcore {
 
-ConcurrentQueue::ConcurrentQueue(std::shared_ptr<Executors> executors, WorkerPool& pool,
+ConcurrentQueue::ConcurrentQueue(std::shared_ptr<Executors> executors, WorkerLane lane,
                                  std::string_view label, size_t width)
-    : PoolQueue(std::move(executors), pool, label), _width(width), _waiting(_executors->blocks) {}
+    : PoolQueue(std::move(executors), lane, label), _width(width), _waiting(_executors->blocks) {}
 
 // With room for another worker one is asked for with every task, since those at work may never come back to
 // look: a task that blocks holds up only itself.
@@ -25,13 +25,16 @@ void ConcurrentQueue::post(Task task) {
 void ConcurrentQueue::run() {
   for (size_t count = 0;; ++count) {
     Task task;
+    bool settles;
     {
       Lock lock(_mutex);
       if (count > 0) --_running;
       if (_waiting.empty() || (count >= kShare && othersWait())) return;
+      settles = WorkerPool::hasHandedOff();
       ++_running;
       task = _waiting.pop();
     }
+    if (settles) WorkerPool::settleHandOff();
     task();
   }
 }

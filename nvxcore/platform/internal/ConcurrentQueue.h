@@ -11,7 +11,7 @@ class ConcurrentQueue final : public PoolQueue {
  public:
   static constexpr size_t kUnlimited = ~size_t{0};
 
-  ConcurrentQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label,
+  ConcurrentQueue(std::shared_ptr<Executors> executors, WorkerLane lane, std::string_view label,
                   size_t width);
 
   using Queue::post;

@@ -27,8 +27,7 @@ class Executors : public std::enable_shared_from_this<Executors> {
   explicit Executors(std::shared_ptr<TrackedThreading> threads)
       : threading(std::move(threads)),
         lingers(!threading->timeIsManual() && std::thread::hardware_concurrency() > 1),
-        workers(*this, "nvx.worker", kMostWorkers),
-        blockingWorkers(*this, "nvx.blocking", kMostBlockingWorkers),
+        workers(*this, kMostWorkers, kMostBlockingWorkers),
         timers(*this) {}
 
   const std::shared_ptr<TrackedThreading> threading;
@@ -39,7 +38,6 @@ class Executors : public std::enable_shared_from_this<Executors> {
   alignas(64) Activity activity;
   alignas(64) TaskBlockStock blocks;
   alignas(64) WorkerPool workers;
-  WorkerPool blockingWorkers;
   TimerService timers;
 };
 

@@ -45,9 +45,9 @@ PlatformRuntime::PlatformRuntime(Platform chosen) : _platform(completedPlatform(
     _platform.mainLoop = _ownMainLoop;
   }
   _mainQueue = std::make_shared<MainQueue>(_platform.mainLoop);
-  _globalQueue = std::make_shared<ConcurrentQueue>(_executors, _executors->workers, "nvx.global",
+  _globalQueue = std::make_shared<ConcurrentQueue>(_executors, WorkerLane::Brief, "nvx.global",
                                                    Executors::kConcurrentWidth);
-  _blockingQueue = std::make_shared<ConcurrentQueue>(_executors, _executors->blockingWorkers, "nvx.blocking",
+  _blockingQueue = std::make_shared<ConcurrentQueue>(_executors, WorkerLane::Blocking, "nvx.blocking",
                                                      ConcurrentQueue::kUnlimited);
 }
 
@@ -94,7 +94,6 @@ RuntimeSnapshot PlatformRuntime::snapshot() const {
   }
   std::vector<std::shared_ptr<PoolQueue>> queues;
   _executors->workers.addQueues(queues);
-  _executors->blockingWorkers.addQueues(queues);
   for (auto queue = queues.begin(); queue != queues.end(); ++queue) {
     // A concurrent queue stands there once for each of its workers.
     if (std::find(queues.begin(), queue, *queue) == queue) snapshot.queues.push_back((*queue)->snapshot());
@@ -102,14 +101,14 @@ RuntimeSnapshot PlatformRuntime::snapshot() const {
   std::erase_if(snapshot.queues,
                 [](const QueueSnapshot& queue) { return !queue.running && queue.waiting == 0; });
   snapshot.threads = _executors->threading->names();
-  snapshot.blockedWorkers = _executors->blockingWorkers.busyWorkers();
+  snapshot.blockedWorkers = _executors->workers.busyWorkers(WorkerLane::Blocking);
   snapshot.armedTimers += _executors->timers.armed();
   return snapshot;
 }
 
 size_t PlatformRuntime::maximumThreadCount() const {
   constexpr size_t kMainLoopAndTimers = 2;
-  return kMainLoopAndTimers + _executors->workers.mostWorkers() + _executors->blockingWorkers.mostWorkers() +
+  return kMainLoopAndTimers + _executors->workers.mostWorkers() +
          (_platform.httpSessionService ? _platform.httpSessionService->maximumThreadCount() : 0);
 }
 
@@ -135,7 +134,6 @@ void PlatformRuntime::stop() {
   _executors->timers.stop();
   if (_ownMainLoop) _ownMainLoop->stop();
   _executors->workers.stop();
-  _executors->blockingWorkers.stop();
 }
 
 }  // namespace nvxcore

@@ -10,8 +10,8 @@ namespace {
 thread_local const PoolQueue* currentQueue = nullptr;
 }  // namespace
 
-PoolQueue::PoolQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label)
-    : _executors(std::move(executors)), _pool(pool), _label(label) {}
+PoolQueue::PoolQueue(std::shared_ptr<Executors> executors, WorkerLane lane, std::string_view label)
+    : _executors(std::move(executors)), _lane(lane), _label(label) {}
 
 void PoolQueue::postAfter(TimeInterval delay, Task task) {
   _executors->timers.add(shared_from_this(), delay, std::move(task));
@@ -28,8 +28,10 @@ void PoolQueue::runOnWorker() {
   currentQueue = nullptr;
 }
 
-void PoolQueue::submit() { _pool.submit(std::static_pointer_cast<PoolQueue>(shared_from_this())); }
+void PoolQueue::submit() {
+  _executors->workers.submit(std::static_pointer_cast<PoolQueue>(shared_from_this()));
+}
 
-bool PoolQueue::othersWait() const { return _pool.hasLine(); }
+bool PoolQueue::othersWait() const { return _executors->workers.hasLine(_lane); }
 
 }  // namespace nvxcore

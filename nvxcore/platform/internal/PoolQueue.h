@@ -13,10 +13,13 @@ namespace nvxcore {
 class Executors;
 class WorkerPool;
 
+/// Whether the tasks of a queue may block: each kind of queue has its own number of workers.
+enum class WorkerLane { Brief, Blocking };
+
 /// A queue whose tasks run on a pool of workers.
 class PoolQueue : public Queue {
  public:
-  PoolQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label);
+  PoolQueue(std::shared_ptr<Executors> executors, WorkerLane lane, std::string_view label);
 
   void postAfter(TimeInterval delay, Task task) override;
   const std::string& label() const override { return _label; }
@@ -47,7 +50,7 @@ class PoolQueue : public Queue {
  private:
   friend class WorkerPool;
 
-  WorkerPool& _pool;
+  const WorkerLane _lane;
   const std::string _label;
   // The pool's line of waiting queues, under the pool's lock.
   std::shared_ptr<PoolQueue> _next;

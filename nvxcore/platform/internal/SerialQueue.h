@@ -11,7 +11,7 @@ namespace nvxcore {
 /// Runs one task at a time. The worker takes over all that waits at once, and runs it without the lock.
 class SerialQueue final : public PoolQueue {
  public:
-  SerialQueue(std::shared_ptr<Executors> executors, WorkerPool& pool, std::string_view label);
+  SerialQueue(std::shared_ptr<Executors> executors, WorkerLane lane, std::string_view label);
 
   using Queue::post;
   void post(Task task) override NVX_EXCLUDES(_mutex);
@@ -22,8 +22,12 @@ class SerialQueue final : public PoolQueue {
   void run() override NVX_EXCLUDES(_mutex);
 
  private:
+  static constexpr size_t kGathered = 256;
+  static constexpr int kMostLingerWorth = 4;
+
   bool takeBatch() NVX_EXCLUDES(_mutex);
   bool linger() NVX_EXCLUDES(_mutex);
+  static void pause(int times);
 
   Mutex _mutex;
   TaskList _waiting NVX_GUARDED_BY(_mutex);
@@ -34,6 +38,9 @@ class SerialQueue final : public PoolQueue {
   // line.
   alignas(64) TaskList _batch;
   std::atomic<size_t> _batchSize{0};
+  // How often lingering may still be in vain before it is left out.
+  int _lingerWorth = 0;
+  unsigned _turnsWithoutLinger = 0;
 };
 
 }  // namespace nvxcore

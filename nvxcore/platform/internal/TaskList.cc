@@ -56,6 +56,7 @@ void TaskList::extend() {
     block = _stock.take();
   }
   if (_last) {
+    _last->used = _end;
     _last->next = block;
   } else {
     _first = block;

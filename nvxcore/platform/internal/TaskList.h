@@ -8,12 +8,14 @@
 
 namespace nvxcore {
 
-/// Room for a few tasks; links of the lists below.
+/// Room for a few tasks, which lie behind one another in no more space than each needs: what one thread posts
+/// and another runs has to travel between their processors, line by line. Links of the lists below.
 struct TaskBlock {
-  static constexpr size_t kCapacity = 15;
+  static constexpr size_t kCapacity = 1024 - 2 * sizeof(void*);
 
   TaskBlock* next = nullptr;
-  Task tasks[kCapacity];
+  size_t used = 0;  // once the list has gone on to the next block
+  alignas(void*) unsigned char bytes[kCapacity];
 };
 
 /// Blocks that no list needs at the moment, so that a burst of posts allocates only when it is the largest so
@@ -50,20 +52,31 @@ class TaskList {
   size_t size() const { return _size; }
 
   void push(Task&& task) {
-    if (_end == TaskBlock::kCapacity || !_last) extend();
-    _last->tasks[_end++] = std::move(task);
+    const Task::Operations* operations = std::exchange(task._operations, nullptr);
+    const size_t length = sizeof(Entry) + operations->size;
+    if (!_last || _end + length > TaskBlock::kCapacity) extend();
+    auto* entry = ::new (_last->bytes + _end) Entry{operations};
+    // Asks ahead for the lines that the other side used last, so that giving up the lock need not wait for
+    // them.
+    __builtin_prefetch(_last->bytes + _end + kAhead, 1);
+    operations->relocate(task._storage, entry->storage());
+    _end += length;
     ++_size;
   }
-  /// The oldest; runs in place. Valid until `dropFront`, whatever is pushed.
-  Task& front() { return _first->tasks[_begin]; }
-  /// Takes off the oldest, which has been run or moved away.
-  void dropFront() {
-    --_size;
-    if (++_begin == TaskBlock::kCapacity || _size == 0) releaseFront();
+  /// Runs the oldest in place and takes it off. The task itself must not change this list.
+  void runFront() {
+    Entry* entry = front();
+    __builtin_prefetch(_first->bytes + _begin + kAhead);
+    const Task::Operations* operations = entry->operations;
+    operations->callAndDestroy(entry->storage());
+    dropFront(operations);
   }
   Task pop() {
-    Task task = std::move(front());
-    dropFront();
+    Entry* entry = front();
+    Task task;
+    task._operations = entry->operations;
+    task._operations->relocate(entry->storage(), task._storage);
+    dropFront(task._operations);
     return task;
   }
   /// Both lists must use one stock.
@@ -79,14 +92,27 @@ class TaskList {
   }
 
  private:
+  static constexpr size_t kAhead = 256;
+
+  struct Entry {
+    const Task::Operations* operations;
+    void* storage() { return this + 1; }
+  };
+
+  Entry* front() { return std::launder(reinterpret_cast<Entry*>(_first->bytes + _begin)); }
+  void dropFront(const Task::Operations* operations) {
+    _begin += sizeof(Entry) + operations->size;
+    --_size;
+    if (_size == 0 || (_first != _last && _begin == _first->used)) releaseFront();
+  }
   void extend();
   void releaseFront();
 
   TaskBlockStock& _stock;
   TaskBlock* _first = nullptr;
   TaskBlock* _last = nullptr;
-  size_t _begin = 0;  // of the oldest task in _first
-  size_t _end = 0;    // behind the newest task in _last
+  size_t _begin = 0;  // of the oldest task, in bytes of _first
+  size_t _end = 0;    // behind the newest task, in bytes of _last
   size_t _size = 0;
   TaskBlock* _spent = nullptr;  // blocks whose tasks have all been taken off
   TaskBlock* _spentLast = nullptr;

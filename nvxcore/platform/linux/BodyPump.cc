@@ -22,22 +22,27 @@ void BodyPump::stop() {
     if (std::exchange(_stopped, true)) return;
     dropped = std::exchange(_handler, nullptr);
     if (dropped) return;  // The pull under way closes the stream.
+    if (_isClosed) return;
   }
-  Queue::blocking()->post([self = shared_from_this()] {
-    if (std::exchange(self->_isOpen, false)) self->_stream->close();
-  });
+  Queue::blocking()->post([self = shared_from_this()] { self->close(); });
+}
+
+void BodyPump::close() {
+  if (std::exchange(_isOpen, false)) _stream->close();
 }
 
 void BodyPump::carryOut(size_t maxLength) {
   BodyPiece piece = read(maxLength);
+  if (piece.isEnd || piece.failed) close();
   Handler handler;
   bool stopped;
   {
     Lock lock(_lock);
+    _isClosed = !_isOpen;
     handler = std::exchange(_handler, nullptr);
     stopped = _stopped;
   }
-  if ((stopped || piece.isEnd || piece.failed) && std::exchange(_isOpen, false)) _stream->close();
+  if (stopped) close();
   if (handler) handler(std::move(piece));
 }
 

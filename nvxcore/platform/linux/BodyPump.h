@@ -38,6 +38,7 @@ class BodyPump : public std::enable_shared_from_this<BodyPump> {
  private:
   void carryOut(size_t maxLength);
   BodyPiece read(size_t maxLength);
+  void close();
 
   const std::shared_ptr<InputStream> _stream;
   bool _isOpen = false;  ///< Of the thread that pulls.
@@ -45,6 +46,7 @@ class BodyPump : public std::enable_shared_from_this<BodyPump> {
   Mutex _lock;
   Handler _handler NVX_GUARDED_BY(_lock);  ///< Of the pull under way.
   bool _stopped NVX_GUARDED_BY(_lock) = false;
+  bool _isClosed NVX_GUARDED_BY(_lock) = false;  ///< After its end: there is nothing left to do.
 };
 
 }  // namespace nvxcore

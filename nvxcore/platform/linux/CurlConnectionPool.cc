@@ -89,6 +89,7 @@ void CurlConnectionPool::remove(CurlTransfer& transfer) {
     _transfers[transfer.indexInPool]->indexInPool = transfer.indexInPool;
   }
   _transfers.pop_back();
+  std::erase(_progressToTell, &transfer);
   _thread->transferEnded();
 }
 
@@ -152,6 +153,12 @@ void CurlConnectionPool::configure(CURL* handle) {
 
 void CurlConnectionPool::tellAtEndOfTurn(std::shared_ptr<CurlTransfer> transfer) {
   _toTell.push_back(std::move(transfer));
+}
+
+void CurlConnectionPool::tellProgress(CurlTransfer& transfer) {
+  constexpr int64_t kDelayMillis = 10;
+  if (_progressToTell.empty()) _tellProgressMillis = systemMillis() + kDelayMillis;
+  if (_progressToTell.empty() || _progressToTell.back() != &transfer) _progressToTell.push_back(&transfer);
 }
 
 CurlConnectionPool::Connection& CurlConnectionPool::connection(int descriptor) {
@@ -240,9 +247,13 @@ int64_t CurlConnectionPool::endOfTurn() {
   endAnsweredEarly();
   for (size_t i = 0; i < _toTell.size(); ++i) _toTell[i]->tell();
   _toTell.clear();
+  if (!_progressToTell.empty() && systemMillis() >= _tellProgressMillis) {
+    for (CurlTransfer* transfer : std::exchange(_progressToTell, {})) transfer->tell();
+  }
   if (_closes && _transfers.empty()) closeNow();
   int64_t next = _lookAgainDelay ? _lookAgainMillis : INT64_MAX;
   if (_timerMillis >= 0) next = std::min(next, _timerMillis);
+  if (!_progressToTell.empty()) next = std::min(next, _tellProgressMillis);
   return next == INT64_MAX ? -1 : next == 0 ? 0 : std::max<int64_t>(0, next - systemMillis());
 }
 

@@ -49,6 +49,9 @@ class CurlConnectionPool final : public SocketClient,
   void lookAtOthersAgain();
   /// Sees to it that what the transfer has for its task is told at the end of this turn.
   void tellAtEndOfTurn(std::shared_ptr<CurlTransfer> transfer);
+  /// As `tellAtEndOfTurn`, but a moment later: most bodies are followed by their reply within less, and one
+  /// turn of the delegate queue then tells of both.
+  void tellProgress(CurlTransfer& transfer);
 
   void socketReady(int descriptor, uint32_t events) override;
   int64_t endOfTurn() override;
@@ -90,6 +93,8 @@ class CurlConnectionPool final : public SocketClient,
   std::vector<CURL*> _idleHandles;
   std::vector<Connection> _connections;
   std::vector<std::shared_ptr<CurlTransfer>> _toTell;
+  std::vector<CurlTransfer*> _progressToTell;  ///< Of `_transfers`.
+  int64_t _tellProgressMillis = 0;
   std::vector<std::shared_ptr<CurlTransfer>> _answeredEarly;
 };
 

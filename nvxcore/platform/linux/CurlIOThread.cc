@@ -1,11 +1,13 @@
 #include "nvxcore/platform/linux/CurlIOThread.h"
 
+#include <openssl/crypto.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <system_error>
 #include <utility>
@@ -26,6 +28,17 @@ int checked(int descriptor) {
   return descriptor;
 }
 
+/// All that there are. Never destroyed, since they are looked for when the process leaves.
+struct Threads {
+  std::mutex mutex;
+  std::vector<CurlIOThread*> all;
+};
+
+Threads& threads() {
+  static Threads& threads = *new Threads;
+  return threads;
+}
+
 }  // namespace
 
 CurlIOThread::CurlIOThread()
@@ -34,9 +47,15 @@ CurlIOThread::CurlIOThread()
       _threading(Platform::current().threading.get()) {
   // Edge-triggered: each write is an event, so that the counter need never be read.
   arm(_wakeUp, EPOLLIN | EPOLLET);
+  std::lock_guard lock(threads().mutex);
+  threads().all.push_back(this);
 }
 
 CurlIOThread::~CurlIOThread() {
+  {
+    std::lock_guard lock(threads().mutex);
+    std::erase(threads().all, this);
+  }
   ::close(_wakeUp);
   ::close(_epoll);
 }
@@ -84,10 +103,22 @@ void CurlIOThread::startThread() {
       if (self && self->runs()) self->post([] {});
     });
   }
-  _threading->startThread("nvx.http", [self = shared_from_this()] { self->run(); });
+  _threading->startThread("nvx.http", [self = shared_from_this()] {
+    self->run();
+    // What OpenSSL keeps for each thread would go a moment later, when nobody waits for this thread any more.
+    OPENSSL_thread_stop();
+  });
+}
+
+void CurlIOThread::stopAll() {
+  // A turn waits for nobody. Should one be long all the same, the process leaves without it.
+  constexpr std::chrono::seconds kPatience(1);
+  std::lock_guard lock(threads().mutex);
+  for (CurlIOThread* thread : threads().all) static_cast<void>(thread->_turn.try_lock_for(kPatience));
 }
 
 void CurlIOThread::run() {
+  std::unique_lock turn(_turn);
   _now = clockNanos();
   _idleSince = -1;
   while (true) {
@@ -102,7 +133,9 @@ void CurlIOThread::run() {
       clientMillis = 0;  // What failed is told at the end of the next turn.
     }
     if (mayEnd()) return;
+    turn.unlock();
     waitForEvents(waitLimit(clientMillis));
+    turn.lock();
     _now = clockNanos();
     dispatchEvents();
   }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "nvxcore/platform/Mutex.h"
@@ -46,6 +47,9 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   void retire();
   /// The seam's monotonic clock.
   int64_t clockNanos() const;
+  /// Brings the I/O threads of the process to a stop between two turns, for good: the process leaves, and
+  /// what they use goes.
+  static void stopAll();
 
   // On the I/O thread.
 
@@ -92,6 +96,8 @@ class CurlIOThread : public std::enable_shared_from_this<CurlIOThread> {
   const int _epoll;
   const int _wakeUp;
   Threading* const _threading;
+
+  std::timed_mutex _turn;  ///< Held while the thread does anything but wait.
 
   Mutex _lock;
   std::vector<Task> _commands NVX_GUARDED_BY(_lock);

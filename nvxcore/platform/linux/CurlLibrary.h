@@ -4,8 +4,8 @@ namespace nvxcore {
 
 /// Sets libcurl and OpenSSL up for the process, once. Any thread.
 ///
-/// Neither is ever torn down: transfers may be in flight when the process leaves, and the thread that drives
-/// them runs until its very end.
+/// Neither is ever torn down by the library: transfers may be in flight when the process leaves. Where the
+/// host does so, the threads that drive them stop before.
 void useCurlLibrary();
 
 }  // namespace nvxcore

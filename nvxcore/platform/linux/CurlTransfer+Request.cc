@@ -148,7 +148,7 @@ void CurlTransfer::sent(int64_t bytes) {
   // What libcurl counts of a chunked body are the bytes on the wire.
   if (_task->sentBody(*this, _pump ? std::min(bytes, _bodyTaken) : bytes, length)) {
     madeProgress();
-    noteChange();
+    _pool->tellProgress(*this);
   }
 }
 

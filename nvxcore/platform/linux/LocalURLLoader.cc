@@ -10,6 +10,7 @@
 
 #include "nvxcore/platform/Queue.h"
 #include "nvxcore/platform/linux/HTTPTask.h"
+#include "nvxcore/platform/linux/PercentEncoding.h"
 #include "nvxcore/platform/linux/TransferErrors.h"
 
 namespace nvxcore {
@@ -17,26 +18,6 @@ namespace nvxcore {
 namespace {
 
 constexpr size_t kPieceLength = 64 << 10;
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if ((c | 0x20) >= 'a' && (c | 0x20) <= 'f') return (c | 0x20) - 'a' + 10;
-  return -1;
-}
-
-std::string percentDecoded(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
-      result += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-      i += 2;
-    } else {
-      result += text[i];
-    }
-  }
-  return result;
-}
 
 /// Padding may be missing; anything else has to be as it should.
 std::optional<std::string> base64Decoded(std::string text) {

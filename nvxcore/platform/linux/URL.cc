@@ -8,6 +8,8 @@
 #include <climits>
 #include <cstdlib>
 
+#include "nvxcore/platform/linux/PercentEncoding.h"
+
 namespace nvxcore {
 
 struct URL::Parts {
@@ -42,26 +44,6 @@ bool isSchemeText(std::string_view text) {
     if (!letter && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.') return false;
   }
   return true;
-}
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if ((c | 0x20) >= 'a' && (c | 0x20) <= 'f') return (c | 0x20) - 'a' + 10;
-  return -1;
-}
-
-std::string percentDecoded(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
-      result += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-      i += 2;
-    } else {
-      result += text[i];
-    }
-  }
-  return result;
 }
 
 std::string percentEncodedPath(std::string_view path) {

@@ -1,3 +1,5 @@
+#include <openssl/ssl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,13 @@ using geoserver::ServerOptions;
 TEST(ExitTest, Leaves) {
   const char* url = std::getenv("NVXCORE_EXIT_TEST_URL");
   if (!url) return;
+  // Some hosts use OpenSSL themselves, which then tears itself down as the process leaves; what was registered
+  // before it runs afterwards, and may take its time.
+  const bool hostUsesOpenSSL = std::getenv("NVXCORE_EXIT_TEST_OPENSSL") != nullptr;
+  if (hostUsesOpenSSL) {
+    std::atexit([] { ::poll(nullptr, 0, 20); });
+    OPENSSL_init_ssl(0, nullptr);
+  }
   HTTPSessionConfiguration configuration;
   configuration.caFile = std::getenv("NVXCORE_EXIT_TEST_CA");
   const auto delegate = std::make_shared<RecordingDelegate>();
@@ -29,7 +38,7 @@ TEST(ExitTest, Leaves) {
     request.body = Data::copy(std::string(100'000, 'x'));
     const auto task = session->dataTaskWithRequest(request);
     task->resume();
-    if (i == 10) delegate->waitUntil(task, [](const TaskRecord& record) { return record.saw("data"); });
+    if (i == 10 && !hostUsesOpenSSL) delegate->waitUntil(task, [](const TaskRecord& record) { return record.saw("data"); });
   }
   std::exit(0);
 }
@@ -45,7 +54,8 @@ TEST(ExitTest, WithTransfersInFlightNeitherHangsNorCrashes) {
   self[length] = '\0';
   ::setenv("NVXCORE_EXIT_TEST_URL", server.url("").c_str(), 1);
   ::setenv("NVXCORE_EXIT_TEST_CA", server.caFile().c_str(), 1);
-  for (int i = 0; i < 20; ++i) {
+  for (int i = 0; i < 40; ++i) {
+    if (i == 20) ::setenv("NVXCORE_EXIT_TEST_OPENSSL", "1", 1);
     const pid_t child = ::fork();
     if (child == 0) {
       ::alarm(20);
@@ -58,6 +68,7 @@ TEST(ExitTest, WithTransfersInFlightNeitherHangsNorCrashes) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   }
   ::unsetenv("NVXCORE_EXIT_TEST_URL");
+  ::unsetenv("NVXCORE_EXIT_TEST_OPENSSL");
 }
 
 }  // namespace

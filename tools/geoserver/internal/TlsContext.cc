@@ -23,10 +23,15 @@ int selectProtocol(SSL*, const unsigned char** chosen, unsigned char* chosenLeng
   return outcome == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
 }
 
+/// A process may leave while its server runs: OpenSSL must not go then.
+SSL_CTX* newContext() {
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  return SSL_CTX_new(TLS_server_method());
+}
+
 }  // namespace
 
-TlsContext::TlsContext(const ServerOptions& options)
-    : _context(SSL_CTX_new(TLS_server_method())), _http2(options.http2) {
+TlsContext::TlsContext(const ServerOptions& options) : _context(newContext()), _http2(options.http2) {
   if (!_context) throw std::runtime_error("no TLS context");
   SSL_CTX* context = _context.get();
   const Identity authority = makeAuthority();
