@@ -21,6 +21,10 @@ if(NVXCORE_SANITIZE)
   target_link_options(nvxcore_options INTERFACE -fsanitize=${NVXCORE_SANITIZE})
 endif()
 
+# Where nvxcore_generate_messages finds the library's own schemas.
+set_property(GLOBAL PROPERTY NVXCORE_SCHEMA_ROOT ${PROJECT_SOURCE_DIR})
+include(NvxcoreMessages)
+
 # nvxcore_layer(NAME name PATH folder-below-the-root SOURCES ... DEPENDS layers... LIBRARIES ...)
 #
 # A layer sees its own folder and those of the layers that it depends on, and no other: its include path is a tree of
@@ -39,6 +43,8 @@ function(nvxcore_layer)
   target_link_libraries(${target} PRIVATE nvxcore_options)
   foreach(dependency ${LAYER_DEPENDS})
     target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:nvxcore_layer_${dependency},INTERFACE_INCLUDE_DIRECTORIES>)
+    # Headers that are generated for it come first.
+    add_dependencies(${target} nvxcore_layer_${dependency})
   endforeach()
   target_link_libraries(${target} PRIVATE ${LAYER_LIBRARIES})
   set_property(GLOBAL APPEND PROPERTY NVXCORE_LAYERS ${target})

@@ -1,0 +1,251 @@
+#include "nvxcore/message/NVXx_PBUnknownFieldSet.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "nvxcore/message/NVXx_PBCodedInputStream.h"
+#include "nvxcore/message/NVXx_PBCodedOutputStream.h"
+#include "nvxcore/message/NVXx_PBSizes.h"
+#include "nvxcore/message/NVXx_PBTextFormat.h"
+#include "nvxcore/message/internal/PBReflection.h"
+#include "nvxcore/platform/Exception.h"
+
+namespace nvxcore {
+
+namespace {
+
+// Up to this many fields are searched one after the other.
+constexpr size_t kFew = 8;
+
+size_t slotOf(int32_t number, size_t mask) {
+  return (static_cast<uint32_t>(number) * 0x9E3779B1U >> 8) & mask;
+}
+
+void requireNumber(int32_t number) {
+  if (number == 0) throw Exception(kInvalidArgumentException, "Zero is not a valid field number.");
+}
+
+}  // namespace
+
+Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::set() {
+  return Ref<NVXx_PBUnknownFieldSet>::adopt(new NVXx_PBUnknownFieldSet);
+}
+
+Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::setWithFields(const NVXx_PBUnknownFieldSet& other) {
+  Ref<NVXx_PBUnknownFieldSet> result = set();
+  result->_hasDictionary = !other._fields.empty();
+  result->_fields = other._fields;
+  result->_table = other._table;
+  return result;
+}
+
+void NVXx_PBUnknownFieldSet::release() const {
+  if (_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+}
+
+// The dictionary.
+
+NVXx_PBMutableField* NVXx_PBUnknownFieldSet::find(int32_t number) const {
+  if (_table.empty()) {
+    for (const auto& field : _fields) {
+      if (field->number() == number) return field.get();
+    }
+    return nullptr;
+  }
+  const size_t mask = _table.size() - 1;
+  for (size_t slot = slotOf(number, mask); _table[slot]; slot = (slot + 1) & mask) {
+    NVXx_PBMutableField* field = _fields[_table[slot] - 1].get();
+    if (field->number() == number) return field;
+  }
+  return nullptr;
+}
+
+void NVXx_PBUnknownFieldSet::index() {
+  size_t size = 4 * kFew;
+  while (size < 2 * _fields.size()) size *= 2;
+  _table.assign(size * 2, 0);
+  for (size_t i = 0; i < _fields.size(); ++i) {
+    size_t slot = slotOf(_fields[i]->number(), _table.size() - 1);
+    while (_table[slot]) slot = (slot + 1) & (_table.size() - 1);
+    _table[slot] = static_cast<uint32_t>(i + 1);
+  }
+}
+
+// A field of a number that is not there yet.
+void NVXx_PBUnknownFieldSet::put(Ref<NVXx_PBMutableField> field) {
+  _hasDictionary = true;
+  const int32_t number = field->number();
+  _fields.push_back(std::move(field));
+  if (_fields.size() <= kFew) return;
+  if (_table.size() < 2 * _fields.size()) return index();
+  size_t slot = slotOf(number, _table.size() - 1);
+  while (_table[slot]) slot = (slot + 1) & (_table.size() - 1);
+  _table[slot] = static_cast<uint32_t>(_fields.size());
+}
+
+NVXx_PBField* NVXx_PBUnknownFieldSet::getField(int32_t number) const { return find(number); }
+
+std::vector<NVXx_PBField*> NVXx_PBUnknownFieldSet::sortedFields() const {
+  std::vector<NVXx_PBField*> result;
+  result.reserve(_fields.size());
+  bool isSorted = true;
+  for (const auto& field : _fields) {
+    isSorted = isSorted && (result.empty() || result.back()->number() < field->number());
+    result.push_back(field.get());
+  }
+  if (!isSorted) {
+    std::sort(result.begin(), result.end(),
+              [](const auto* a, const auto* b) { return a->number() < b->number(); });
+  }
+  return result;
+}
+
+void NVXx_PBUnknownFieldSet::getTags(int32_t* tags) const {
+  for (const auto& field : _fields) *tags++ = field->number();
+}
+
+void NVXx_PBUnknownFieldSet::addField(const Ref<NVXx_PBMutableField>& field) {
+  requireNumber(field->number());
+  for (auto& existing : _fields) {
+    if (existing->number() == field->number()) {
+      existing = field;
+      return;
+    }
+  }
+  put(field);
+}
+
+NVXx_PBMutableField* NVXx_PBUnknownFieldSet::getFieldBuilder(int32_t number, bool create) {
+  NVXx_PBMutableField* found = find(number);
+  if (found || !create) return found;
+  requireNumber(number);
+  put(NVXx_PBMutableField::fieldWithNumber(number));
+  return _fields.back().get();
+}
+
+void NVXx_PBUnknownFieldSet::mergeField(const Ref<NVXx_PBMutableField>& field) {
+  requireNumber(field->number());
+  if (NVXx_PBMutableField* existing = find(field->number())) {
+    existing->mergeFromField(*field);
+  } else {
+    put(field);
+  }
+}
+
+void NVXx_PBUnknownFieldSet::mergeUnknownFields(const NVXx_PBUnknownFieldSet& other) {
+  const std::vector<Ref<NVXx_PBMutableField>> fields = other._fields;  // it may be this set
+  for (const auto& field : fields) mergeField(field);
+}
+
+void NVXx_PBUnknownFieldSet::mergeVarintField(int32_t number, int32_t value) {
+  requireNumber(number);
+  getFieldBuilder(number, true)->addVarint(static_cast<uint64_t>(int64_t{value}));
+}
+
+void NVXx_PBUnknownFieldSet::mergeMessageSetMessage(int32_t number, const Data& data) {
+  getFieldBuilder(number, true)->addLengthDelimited(data);
+}
+
+// Reading.
+
+bool NVXx_PBUnknownFieldSet::mergeFieldFrom(uint32_t tag, NVXx_PBCodedInputStream& input) {
+  const auto number = static_cast<int32_t>(tag >> 3);
+  switch (tag & 7) {
+    case PBWireTypeVarint: {
+      const auto value = static_cast<uint64_t>(input.readInt64());
+      getFieldBuilder(number, true)->addVarint(value);
+      return true;
+    }
+    case PBWireTypeFixed64: {
+      const uint64_t value = input.readFixed64();
+      getFieldBuilder(number, true)->addFixed64(value);
+      return true;
+    }
+    case PBWireTypeLengthDelimited: {
+      const Data value = input.readSharedData();
+      getFieldBuilder(number, true)->addLengthDelimited(value);
+      return true;
+    }
+    case PBWireTypeStartGroup: {
+      const Ref<NVXx_PBUnknownFieldSet> group = set();
+      input.readUnknownGroup(number, *group);
+      getFieldBuilder(number, true)->addGroup(group);
+      return true;
+    }
+    case PBWireTypeFixed32: {
+      const uint32_t value = input.readFixed32();
+      getFieldBuilder(number, true)->addFixed32(value);
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+void NVXx_PBUnknownFieldSet::mergeFromCodedInputStream(NVXx_PBCodedInputStream& input) {
+  for (;;) {
+    const int32_t tag = input.readTag();
+    if (tag == 0 || !mergeFieldFrom(static_cast<uint32_t>(tag), input)) return;
+  }
+}
+
+void NVXx_PBUnknownFieldSet::mergeFromData(const Data& data) {
+  NVXx_PBCodedInputStream input(data);
+  mergeFromCodedInputStream(input);
+  input.checkLastTagWas(0);
+}
+
+// Writing.
+
+void NVXx_PBUnknownFieldSet::writeToCodedOutputStream(NVXx_PBCodedOutputStream& output) const {
+  for (const NVXx_PBField* field : sortedFields()) field->writeToOutput(output);
+}
+
+void NVXx_PBUnknownFieldSet::writeAsMessageSetTo(NVXx_PBCodedOutputStream& output) const {
+  for (const auto& field : _fields) field->writeAsMessageSetExtensionToOutput(output);
+}
+
+Data NVXx_PBUnknownFieldSet::data() const {
+  MutableData buffer;
+  buffer.setLength(serializedSize());
+  {
+    NVXx_PBCodedOutputStream output(buffer);
+    writeToCodedOutputStream(output);
+  }
+  return Data::take(std::move(buffer));
+}
+
+size_t NVXx_PBUnknownFieldSet::serializedSize() const {
+  size_t size = 0;
+  for (const auto& field : _fields) size += field->serializedSize();
+  return size;
+}
+
+size_t NVXx_PBUnknownFieldSet::serializedSizeAsMessageSet() const {
+  size_t size = 0;
+  for (const auto& field : _fields) size += field->serializedSizeAsMessageSetExtension();
+  return size;
+}
+
+// Values.
+
+bool NVXx_PBUnknownFieldSet::isEqual(const NVXx_PBUnknownFieldSet* other) const {
+  if (this == other) return true;
+  if (!other || _hasDictionary != other->_hasDictionary || _fields.size() != other->_fields.size())
+    return false;
+  for (const auto& field : _fields) {
+    const NVXx_PBField* others = other->find(field->number());
+    if (!others || !field->isEqual(others)) return false;
+  }
+  return true;
+}
+
+// A dictionary's hash is the count of its entries.
+size_t NVXx_PBUnknownFieldSet::hash() const { return _fields.size(); }
+
+std::string NVXx_PBUnknownFieldSet::description() const {
+  return "<NVXx_PBUnknownFieldSet " + pbAddress(this) + ">: TextFormat: {\n" +
+         NVXx_PBTextFormatForUnknownFieldSet(this, "  ").value_or("") + "}";
+}
+
+}  // namespace nvxcore

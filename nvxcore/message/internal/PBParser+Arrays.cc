@@ -1,0 +1,361 @@
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "nvxcore/message/internal/PBParser.h"
+#include "nvxcore/message/internal/PBVarints.h"
+
+// Repeated fields: a run of one field at a time.
+
+namespace nvxcore {
+
+using Access = PBMessageAccess;
+
+PBParser::Array& PBParser::arrayOf(const PBEntry& entry, Message& message, uint32_t room) {
+  if (auto* found = Access::slot<Array>(message, entry.offset)) return *found;
+  Array* made = PBArrayAccess::createFor(entry.type, room);
+  PBArrayAccess::setMessageDelegate(*made, &message);
+  Access::setSlot(message, entry.offset, made);
+  return *made;
+}
+
+// What the delegate would do, without its search.
+inline void PBParser::ready(const PBEntry& entry, Message& message, Array& array) {
+  if (PBArrayAccess::messageDelegate(array) != &message) return;
+  PBArrayAccess::setMessageDelegate(array, nullptr);
+  Access::setHas(message, entry.has);
+  Access::becomeVisible(message);
+}
+
+/// True, with the position behind the tag, when the field's tag comes again in its shortest form.
+inline bool PBParser::Run::goesOn() {
+  if (p <= highest || end - p < entry.tagSize) return false;
+  if (entry.tagSize == 1) {
+    if (*p != entry.encodedTag) return false;
+  } else if (entry.tagSize > 4 || std::memcmp(p, &entry.encodedTag, entry.tagSize) != 0) {
+    return false;
+  }
+  highest = p;
+  p += entry.tagSize;
+  return true;
+}
+
+void PBParser::childrenRun(Run& run) {
+  const PBEntry& entry = run.entry;
+  const PBClass& childClass =
+      Access::classOf(run.message).infos[&entry - Access::classOf(run.message).entries].messageClass();
+  do {
+    put(run.p);
+    Guard made(*this, create(childClass));
+    if (entry.type == NVXx_PBType::Group) {
+      readGroup(entry.number(), *made, true);
+    } else {
+      readMessage(*made, true);
+    }
+    run.p = get();
+    Array& array = arrayOf(entry, run.message, 4);
+    ready(entry, run.message, array);
+    *PBArrayAccess::room<void*>(array, 1) = &*made;
+    made.take();
+    PBArrayAccess::added(array, 1);
+  } while (run.goesOn());
+}
+
+// Repeated scalars.
+
+// Elements of a tag of one byte and a varint each, while whole windows of them lie ahead.
+template <class T, class Decode>
+void PBParser::taggedWindows(Run& run, Array& array, Decode decode) {
+  const auto tag = static_cast<uint8_t>(run.entry.encodedTag);
+  while (run.end - run.p >= kPBWindowReads && *run.p == tag) {
+    if (array.delegate()) return;
+    uint64_t mask = pbTerminators(run.p);
+    const uint8_t* const base = run.p;
+    T* const first = static_cast<T*>(PBArrayAccess::reserve(array, kPBWindow / 2));
+    T* out = first;
+    uint32_t start = 0;
+    while (start < kPBWindow && base[start] == tag) {
+      mask &= mask - 1;
+      if (!mask) break;
+      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
+      uint64_t value;
+      if (!pbVarintOf(base + start + 1, last - start, value)) break;
+      mask &= mask - 1;
+      *out++ = decode(value);
+      run.highest = base + start;
+      start = last + 1;
+    }
+    PBArrayAccess::addedOneByOne(array, static_cast<uint32_t>(out - first));
+    run.p = base + start;
+    // Nothing that fits a window, or the end of the run.
+    if (out == first) return;
+  }
+}
+
+template <class T, class Decode>
+void PBParser::varintRun(Run& run, Decode decode) {
+  const uint8_t* const end = run.end;
+  Array& array = arrayOf(run.entry, run.message, end - run.p >= kPBWindow ? kPBWindow / 2 : 4);
+  do {
+    const uint8_t* p = run.p;
+    NVX_PB_VARINT(value, sizeof(T) < 8)
+    run.p = p;
+    ready(run.entry, run.message, array);
+    PBArrayAccess::add<T>(array, decode(value));
+    if (run.entry.tagSize == 1 && p > run.highest) taggedWindows<T>(run, array, decode);
+  } while (run.goesOn());
+}
+
+template <class T>
+void PBParser::fixedRun(Run& run) {
+  Array& array = arrayOf(run.entry, run.message, 4);
+  do {
+    if (run.end - run.p < static_cast<ptrdiff_t>(sizeof(T))) {
+      put(run.p);
+      _stream.requireBytes(sizeof(T));
+    }
+    T value;
+    std::memcpy(&value, run.p, sizeof(T));
+    run.p += sizeof(T);
+    ready(run.entry, run.message, array);
+    PBArrayAccess::add<T>(array, value);
+  } while (run.goesOn());
+}
+
+void PBParser::enumRun(Run& run) {
+  Array& array = arrayOf(run.entry, run.message, 0);
+  do {
+    put(run.p);
+    plainElement(run.entry, run.message, array);
+    run.p = get();
+  } while (run.goesOn());
+}
+
+void PBParser::bytesRun(Run& run) {
+  const bool isString = run.entry.type == NVXx_PBType::String;
+  Array& array = arrayOf(run.entry, run.message, 4);
+  do {
+    put(run.p);
+    PBBlock* block = readBlock(isString);
+    run.p = get();
+    if (!block) continue;  // data of a negative length: no element
+    ready(run.entry, run.message, array);
+    try {
+      *PBArrayAccess::room<void*>(array, 1) = block;
+    } catch (...) {
+      flushPins();
+      DataAccess::drop(block);
+      throw;
+    }
+    PBArrayAccess::added(array, 1);
+  } while (run.goesOn());
+}
+
+void PBParser::scalarRun(Run& run) {
+  switch (run.entry.type) {
+    case NVXx_PBType::Bool:
+      return varintRun<uint8_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v) != 0; });
+    case NVXx_PBType::Int32:
+    case NVXx_PBType::UInt32:
+      return varintRun<uint32_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v); });
+    case NVXx_PBType::SInt32:
+      return varintRun<int32_t>(run,
+                                [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
+    case NVXx_PBType::Int64:
+    case NVXx_PBType::UInt64:
+      return varintRun<uint64_t>(run, [](uint64_t v) { return v; });
+    case NVXx_PBType::SInt64:
+      return varintRun<int64_t>(run, [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
+    case NVXx_PBType::Enum:
+      return enumRun(run);
+    case NVXx_PBType::Fixed32:
+    case NVXx_PBType::SFixed32:
+    case NVXx_PBType::Float:
+      return fixedRun<uint32_t>(run);
+    case NVXx_PBType::Fixed64:
+    case NVXx_PBType::SFixed64:
+    case NVXx_PBType::Double:
+      return fixedRun<uint64_t>(run);
+    case NVXx_PBType::Data:
+    case NVXx_PBType::String:
+      return bytesRun(run);
+    case NVXx_PBType::Message:
+    case NVXx_PBType::Group:
+      return childrenRun(run);
+  }
+}
+
+PBValue PBParser::plainScalar(NVXx_PBType type) {
+  PBValue value;
+  switch (type) {
+    case NVXx_PBType::Bool:
+      value.valueBool = _stream.readBool();
+      break;
+    case NVXx_PBType::Fixed32:
+    case NVXx_PBType::SFixed32:
+    case NVXx_PBType::Float:
+      value.valueUInt32 = _stream.readFixed32();
+      break;
+    case NVXx_PBType::Fixed64:
+    case NVXx_PBType::SFixed64:
+    case NVXx_PBType::Double:
+      value.valueUInt64 = _stream.readFixed64();
+      break;
+    case NVXx_PBType::Int64:
+    case NVXx_PBType::UInt64:
+      value.valueUInt64 = _stream.readUInt64();
+      break;
+    case NVXx_PBType::SInt32:
+      value.valueInt32 = _stream.readSInt32();
+      break;
+    case NVXx_PBType::SInt64:
+      value.valueInt64 = _stream.readSInt64();
+      break;
+    default:
+      value.valueUInt32 = _stream.readUInt32();
+  }
+  return value;
+}
+
+namespace {
+
+void addScalar(NVXx_PBMutableArray& array, PBValue value) {
+  switch (pbElementSize(array.valueType())) {
+    case 1:
+      PBArrayAccess::add<uint8_t>(array, value.valueBool);
+      break;
+    case 4:
+      PBArrayAccess::add<uint32_t>(array, value.valueUInt32);
+      break;
+    default:
+      PBArrayAccess::add<uint64_t>(array, value.valueUInt64);
+  }
+}
+
+}  // namespace
+
+void PBParser::plainElement(const PBEntry& entry, Message& message, Array& array) {
+  const PBValue value = plainScalar(entry.type);
+  if (entry.type == NVXx_PBType::Enum) {
+    const PBClass& messageClass = Access::classOf(message);
+    if (!messageClass.infos[&entry - messageClass.entries].enumDescriptor().isValidValue(value.valueInt32)) {
+      message.mutableUnknownFields().mergeVarintField(static_cast<int32_t>(entry.number()), value.valueInt32);
+      return;
+    }
+  }
+  ready(entry, message, array);
+  addScalar(array, value);
+}
+
+namespace {
+
+// Varints that lie in [p, end), `count` of them, whose last byte ends the last one. False for one of more
+// than ten bytes.
+template <class T, class Decode>
+bool decodeRun(const uint8_t* p, const uint8_t* end, const uint8_t* readable, T* out, uint32_t count,
+               Decode decode) {
+  T* const outEnd = out + count;
+  while (end - p >= kPBWindow && readable - p >= kPBWindowReads) {
+    uint64_t mask = pbTerminators(p);
+    if (!mask) return false;
+    uint32_t start = 0;
+    do {
+      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
+      uint64_t value;
+      if (!pbVarintOf(p + start, last + 1 - start, value)) return false;
+      *out++ = decode(value);
+      start = last + 1;
+      mask &= mask - 1;
+    } while (mask);
+    p += start;
+  }
+  while (out < outEnd) {
+    uint64_t value = *p++;
+    if (value >= 0x80) {
+      const uint64_t second = *p++;
+      value = (value & 0x7F) | second << 7;
+      if (second >= 0x80) {
+        value &= 0x3FFF;
+        int shift = 14;
+        for (;;) {
+          const uint64_t byte = *p++;
+          value |= (byte & 0x7F) << shift;
+          if (byte < 0x80) break;
+          shift += 7;
+          if (shift > 63) return false;
+        }
+      }
+    }
+    *out++ = decode(value);
+  }
+  return p == end;
+}
+
+}  // namespace
+
+bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end) {
+  const PBArrayValueType valueType = NVXx_PBArrayValueTypeForPBType(entry.type);
+  const uint32_t size = pbElementSize(valueType);
+  const auto length = static_cast<uint32_t>(end - p);
+  const PBWireType wireType = NVXx_PBWireFormatForType(entry.type, false);
+  if (wireType != PBWireTypeVarint) {
+    if (length % size) return false;
+    Array& array = arrayOf(entry, message, length / size);
+    if (array.delegate()) return false;  // one that is told of each element
+    std::memcpy(PBArrayAccess::reserve(array, length / size), p, length);
+    ready(entry, message, array);
+    PBArrayAccess::addedOneByOne(array, length / size);
+    return true;
+  }
+  if (entry.type == NVXx_PBType::Enum || end[-1] >= 0x80) return false;
+  const auto count = static_cast<uint32_t>(std::count_if(p, end, [](uint8_t byte) { return byte < 0x80; }));
+  Array& array = arrayOf(entry, message, count);
+  if (array.delegate()) return false;
+  void* out = PBArrayAccess::reserve(array, count);
+  const uint8_t* const readable = _stream._bytes + _stream._bufferSize;
+  bool isRegular = false;
+  switch (entry.type) {
+    case NVXx_PBType::Bool:
+      isRegular = decodeRun(p, end, readable, static_cast<uint8_t*>(out), count,
+                            [](uint64_t v) { return static_cast<uint8_t>(static_cast<uint32_t>(v) != 0); });
+      break;
+    case NVXx_PBType::SInt32:
+      isRegular = decodeRun(p, end, readable, static_cast<int32_t*>(out), count,
+                            [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
+      break;
+    case NVXx_PBType::Int32:
+    case NVXx_PBType::UInt32:
+      isRegular = decodeRun(p, end, readable, static_cast<uint32_t*>(out), count,
+                            [](uint64_t v) { return static_cast<uint32_t>(v); });
+      break;
+    case NVXx_PBType::SInt64:
+      isRegular = decodeRun(p, end, readable, static_cast<int64_t*>(out), count,
+                            [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
+      break;
+    default:
+      isRegular =
+          decodeRun(p, end, readable, static_cast<uint64_t*>(out), count, [](uint64_t v) { return v; });
+  }
+  if (!isRegular) return false;
+  ready(entry, message, array);
+  PBArrayAccess::addedOneByOne(array, count);
+  return true;
+}
+
+void PBParser::packed(const PBEntry& entry, Message& message) {
+  const uint64_t before = _stream._bufferPos;
+  const int32_t length = _stream.readInt32();
+  const uint8_t* p = get();
+  const uint8_t* const end = endOf();
+  if (length > 0 && length <= end - p && packedAtOnce(entry, message, p, p + length)) {
+    _stream._bufferPos += static_cast<uint64_t>(length);
+    return;
+  }
+  _stream._bufferPos = before;
+  Array& array = arrayOf(entry, message, 0);
+  const uint64_t oldLimit = _stream.pushLimit(static_cast<uint64_t>(int64_t{_stream.readInt32()}));
+  while (_stream.bytesUntilLimit() != 0) plainElement(entry, message, array);
+  _stream.popLimit(oldLimit);
+}
+
+}  // namespace nvxcore

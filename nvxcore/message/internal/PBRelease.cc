@@ -1,0 +1,163 @@
+#include "nvxcore/message/internal/PBRelease.h"
+
+#include "nvxcore/message/internal/PBPool.h"
+
+namespace nvxcore {
+
+/// The block that a message lies in. It outlives the message while somebody holds a slice that lies behind
+/// it.
+struct PBMessageMemory {
+  using Message = NVXx_PBGeneratedMessage;
+
+  static std::atomic<uint32_t>& count(Message& message) { return message._block; }
+  static std::atomic<uint32_t>& references(Message& message) { return message._references; }
+
+  static PBBlock* input(Message& message) {
+    PBBlock* input;
+    std::memcpy(&input, reinterpret_cast<char*>(&message) + message._class->plainSize, sizeof input);
+    return input;
+  }
+  static void freeParsed(Message& message) { PBPool::free(&message, message._class->parsedSize); }
+  static void setNext(Message& message, Message* next) {
+    message._side.store(reinterpret_cast<PBSide*>(next), std::memory_order_relaxed);
+  }
+  static Message* next(Message& message) {
+    return reinterpret_cast<Message*>(message._side.load(std::memory_order_relaxed));
+  }
+  static PBSide* takeSide(Message& message) {
+    PBSide* side = message._side.load(std::memory_order_relaxed);
+    message._side.store(nullptr, std::memory_order_relaxed);
+    return side;
+  }
+  /// True when nothing else keeps the block.
+  static bool leave(Message& message) {
+    std::atomic<uint32_t>& counted = count(message);
+    return (counted.load(std::memory_order_acquire) & ~PBMessageAccess::kHasSlices) == 1 ||
+           (counted.fetch_sub(1, std::memory_order_acq_rel) & ~PBMessageAccess::kHasSlices) == 1;
+  }
+  static void endSlice(PBBlock* slice) {
+    auto& message = *reinterpret_cast<Message*>(reinterpret_cast<char*>(slice) - slice->extra);
+    if (!leave(message)) return;
+    PBBlock* pinned = input(message);
+    freeParsed(message);
+    DataAccess::drop(pinned);
+  }
+};
+
+void PBMessageAccess::endSlice(PBBlock* slice) { PBMessageMemory::endSlice(slice); }
+
+void PBMessageAccess::dropSharedBytes(Message& message, PBBlock* block) {
+  if (!isOwnSlice(message, block)) return DataAccess::drop(block);
+  // The one who lets go of the slice last counts the block down, so it is counted up before.
+  PBMessageMemory::count(message).fetch_add(1, std::memory_order_relaxed);
+  if (block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    PBMessageMemory::count(message).fetch_sub(1, std::memory_order_relaxed);
+  }
+}
+
+PBReleaseWalk::~PBReleaseWalk() {
+  run();
+  if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
+  if (_pins) DataAccess::drop(_input);
+}
+
+void PBReleaseWalk::unpin(PBBlock* input) {
+  if (_input == input) {
+    ++_pins;
+    return;
+  }
+  if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
+  if (_pins) DataAccess::drop(_input);
+  _input = input;
+  _pins = 1;
+}
+
+void PBReleaseWalk::drop(NVXx_PBGeneratedMessage* message) {
+  std::atomic<uint32_t>& references = PBMessageMemory::references(*message);
+  if (references.load(std::memory_order_acquire) == 1 ||
+      references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    end(*message);
+  }
+}
+
+void PBReleaseWalk::end(NVXx_PBGeneratedMessage& message) {
+  if (PBMessageAccess::side(message)) {
+    // What is in the record goes at once: the word is needed for the list.
+    PBSide* side = PBMessageMemory::takeSide(message);
+    for (PBExtensionValue& value : side->autocreatedExtensions) {
+      value.value.valueMessage->clearAutocreator();
+      drop(value.value.valueMessage);
+    }
+    for (PBExtensionValue& value : side->extensions) {
+      if (value.field->isRepeated()) {
+        dropArray(value.value.valueArray);
+      } else if (value.field->isMessage()) {
+        drop(value.value.valueMessage);
+      } else {
+        PBMessageAccess::dropExtensionValue(*value.field, value.value);
+      }
+    }
+    delete side;
+  }
+  PBMessageMemory::setNext(message, _waiting);
+  _waiting = &message;
+}
+
+void PBReleaseWalk::dropArray(NVXx_PBMutableArray* array) {
+  std::atomic<uint32_t>& references = PBArrayAccess::references(*array);
+  if (references.load(std::memory_order_acquire) != 1 &&
+      references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+    return;
+  }
+  if (array->valueType() == PBArrayValueTypeObject) dropElements(*array);
+  PBArrayAccess::destroy(array);
+}
+
+void PBReleaseWalk::dropElements(NVXx_PBArray& array) {
+  void** elements = PBArrayAccess::elements<void*>(array);
+  const uint32_t count = PBArrayAccess::count(array);
+  if (array.objectKind() == PBObjectKind::Message) {
+    for (uint32_t i = 0; i < count; ++i) drop(static_cast<NVXx_PBGeneratedMessage*>(elements[i]));
+  } else {
+    for (uint32_t i = 0; i < count; ++i) PBArrayAccess::dropElement(array.objectKind(), elements[i]);
+  }
+}
+
+void PBReleaseWalk::letGo(NVXx_PBGeneratedMessage& message) {
+  const PBClass& messageClass = PBMessageAccess::classOf(message);
+  for (uint32_t i = 0; i < messageClass.objectCount; ++i) {
+    const PBEntry& entry = messageClass.entries[messageClass.objects[i]];
+    void* object = PBMessageAccess::slot<void>(message, entry.offset);
+    if (!object) continue;
+    if (entry.isRepeated()) {
+      auto* array = static_cast<NVXx_PBMutableArray*>(object);
+      if (PBArrayAccess::messageDelegate(*array) == &message)
+        PBArrayAccess::setMessageDelegate(*array, nullptr);
+      dropArray(array);
+    } else if (entry.isMessage()) {
+      auto* child = static_cast<NVXx_PBGeneratedMessage*>(object);
+      if (!PBMessageAccess::has(message, entry.has)) child->clearAutocreator();
+      drop(child);
+    } else {
+      PBMessageAccess::dropBytes(message, static_cast<PBBlock*>(object));
+    }
+  }
+}
+
+void PBReleaseWalk::run() {
+  while (NVXx_PBGeneratedMessage* message = _waiting) {
+    _waiting = PBMessageMemory::next(*message);
+    letGo(*message);
+    if (PBMessageAccess::hasSlices(*message)) {
+      if (PBMessageMemory::leave(*message)) {
+        PBBlock* input = PBMessageMemory::input(*message);
+        PBMessageMemory::freeParsed(*message);
+        unpin(input);
+      }
+    } else {
+      PBPool::free(message, PBMessageAccess::classOf(*message).plainSize);
+    }
+  }
+}
+
+}  // namespace nvxcore
