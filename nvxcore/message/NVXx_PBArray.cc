@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "nvxcore/message/internal/PBArrayAccess.h"
-#include "nvxcore/message/internal/PBPool.h"
 #include "nvxcore/message/internal/PBReflection.h"
 #include "nvxcore/message/internal/PBRelease.h"
 #include "nvxcore/platform/Exception.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -44,13 +44,13 @@ PBArrayAccess::MutableArray* PBArrayAccess::create(PBArrayValueType type, PBObje
   const uint64_t room = uint64_t{count} * pbElementSize(type);
   // A large run gets a block of its own, so that letting go of the elements gives it back.
   const uint32_t within = room <= 4096 ? static_cast<uint32_t>((room + 15) & ~uint64_t{15}) : 0;
-  void* memory = PBPool::allocate(sizeof(MutableArray) + within);
+  void* memory = BlockPool::allocate(sizeof(MutableArray) + within);
   auto* array = ::new (memory) MutableArray(type, kind, isMutable, within);
   if (within) {
     array->_data = array + 1;
     array->_space = within / pbElementSize(type);
   } else if (count) {
-    array->_data = PBPool::allocate(room);
+    array->_data = BlockPool::allocate(room);
     array->_isOwnBlock = true;
     array->_space = count;
   }
@@ -59,7 +59,7 @@ PBArrayAccess::MutableArray* PBArrayAccess::create(PBArrayValueType type, PBObje
 
 void PBArrayAccess::destroy(Array* array) {
   freeBlock(*array);
-  PBPool::free(array, sizeof(MutableArray) + array->_room);
+  BlockPool::free(array, sizeof(MutableArray) + array->_room);
 }
 
 void* PBArrayAccess::grow(MutableArray& array, size_t count) {
@@ -89,7 +89,7 @@ void PBArrayAccess::makeSpace(MutableArray& array, uint64_t needed) {
       std::max<uint64_t>(needed, std::min<uint64_t>(uint64_t{array._space} * 2, UINT32_MAX));
   void* block = nullptr;
   try {
-    if (space <= UINT32_MAX) block = PBPool::allocate(space * size);
+    if (space <= UINT32_MAX) block = BlockPool::allocate(space * size);
   } catch (const std::bad_alloc&) {
   }
   if (!block) {

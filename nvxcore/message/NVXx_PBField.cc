@@ -6,9 +6,9 @@
 #include "nvxcore/message/NVXx_PBSizes.h"
 #include "nvxcore/message/NVXx_PBUnknownFieldSet.h"
 #include "nvxcore/message/internal/PBArrayAccess.h"
-#include "nvxcore/message/internal/PBPool.h"
 #include "nvxcore/message/internal/PBReflection.h"
 #include "nvxcore/platform/Exception.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -18,12 +18,12 @@ void NVXx_PBField::release() const {
   if (_references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
     auto* field = static_cast<NVXx_PBMutableField*>(const_cast<NVXx_PBField*>(this));
     field->~NVXx_PBMutableField();
-    PBPool::free(field, sizeof *field);
+    BlockPool::free(field, sizeof *field);
   }
 }
 
 Ref<NVXx_PBMutableField> NVXx_PBMutableField::fieldWithNumber(int32_t number) {
-  return Ref<NVXx_PBMutableField>::adopt(::new (PBPool::allocate(sizeof(NVXx_PBMutableField)))
+  return Ref<NVXx_PBMutableField>::adopt(::new (BlockPool::allocate(sizeof(NVXx_PBMutableField)))
                                              NVXx_PBMutableField(number));
 }
 

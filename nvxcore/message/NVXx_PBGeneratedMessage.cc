@@ -5,9 +5,9 @@
 
 #include "nvxcore/message/NVXx_PBDescriptor.h"
 #include "nvxcore/message/internal/PBMessageAccess.h"
-#include "nvxcore/message/internal/PBPool.h"
 #include "nvxcore/message/internal/PBRelease.h"
 #include "nvxcore/platform/Exception.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -30,14 +30,14 @@ const NVXx_PBDescriptor& NVXx_PBGeneratedMessage::descriptorOfMessage() const {
 // Creation.
 
 NVXx_PBGeneratedMessage* PBMessageAccess::create(const PBClass& messageClass) {
-  void* memory = PBPool::allocate(messageClass.plainSize);
+  void* memory = BlockPool::allocate(messageClass.plainSize);
   auto* message = ::new (memory) NVXx_PBGeneratedMessage(messageClass);
   std::memset(message->pb_storage(), 0, messageClass.storageSize);
   return message;
 }
 
 NVXx_PBGeneratedMessage* PBMessageAccess::createParsed(const PBClass& messageClass, PBBlock* input) {
-  void* memory = PBPool::allocate(messageClass.parsedSize);
+  void* memory = BlockPool::allocate(messageClass.parsedSize);
   auto* message = ::new (memory) NVXx_PBGeneratedMessage(messageClass);
   message->_block.store(1 | kHasSlices, std::memory_order_relaxed);
   std::memset(message->pb_storage(), 0, messageClass.storageSize);

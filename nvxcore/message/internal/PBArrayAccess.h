@@ -5,7 +5,7 @@
 
 #include "nvxcore/message/NVXx_PBArray.h"
 #include "nvxcore/message/internal/PBBytes.h"
-#include "nvxcore/message/internal/PBPool.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -79,7 +79,8 @@ struct PBArrayAccess {
   }
   /// The elements' block, where it isn't the room behind the object.
   static void freeBlock(Array& array) {
-    if (array._isOwnBlock) PBPool::free(array._data, size_t{array._space} * pbElementSize(array.valueType()));
+    if (array._isOwnBlock)
+      BlockPool::free(array._data, size_t{array._space} * pbElementSize(array.valueType()));
   }
   static void makeSpace(MutableArray& array, uint64_t needed);
   template <class T>

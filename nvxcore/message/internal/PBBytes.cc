@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "nvxcore/message/internal/PBPool.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -16,21 +16,21 @@ struct Slice : PBBlock {
 void endCopy(PBBlock* block) {
   const size_t size = sizeof(PBBlock) + block->length;
   block->~Block();
-  PBPool::free(block, size);
+  BlockPool::free(block, size);
 }
 
 void endSlice(PBBlock* block) {
   auto* slice = static_cast<Slice*>(block);
   PBBlock* whole = slice->whole;
   slice->~Slice();
-  PBPool::free(slice, sizeof(Slice));
+  BlockPool::free(slice, sizeof(Slice));
   DataAccess::drop(whole);
 }
 
 }  // namespace
 
 PBBlock* pbCopyBytes(const void* bytes, size_t length) {
-  auto* block = ::new (PBPool::allocate(sizeof(PBBlock) + length)) PBBlock;
+  auto* block = ::new (BlockPool::allocate(sizeof(PBBlock) + length)) PBBlock;
   auto* contents = reinterpret_cast<uint8_t*>(block + 1);
   if (length) std::memcpy(contents, bytes, length);
   block->bytes = contents;
@@ -40,7 +40,7 @@ PBBlock* pbCopyBytes(const void* bytes, size_t length) {
 }
 
 PBBlock* pbSliceBytes(PBBlock* whole, const uint8_t* bytes, size_t length) {
-  auto* slice = ::new (PBPool::allocate(sizeof(Slice))) Slice;
+  auto* slice = ::new (BlockPool::allocate(sizeof(Slice))) Slice;
   slice->bytes = bytes;
   slice->length = length;
   slice->destroy = &endSlice;

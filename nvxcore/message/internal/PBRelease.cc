@@ -1,6 +1,6 @@
 #include "nvxcore/message/internal/PBRelease.h"
 
-#include "nvxcore/message/internal/PBPool.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -17,7 +17,7 @@ struct PBMessageMemory {
     std::memcpy(&input, reinterpret_cast<char*>(&message) + message._class->plainSize, sizeof input);
     return input;
   }
-  static void freeParsed(Message& message) { PBPool::free(&message, message._class->parsedSize); }
+  static void freeParsed(Message& message) { BlockPool::free(&message, message._class->parsedSize); }
   static void setNext(Message& message, Message* next) {
     message._side.store(reinterpret_cast<PBSide*>(next), std::memory_order_relaxed);
   }
@@ -155,7 +155,7 @@ void PBReleaseWalk::run() {
         unpin(input);
       }
     } else {
-      PBPool::free(message, PBMessageAccess::classOf(*message).plainSize);
+      BlockPool::free(message, PBMessageAccess::classOf(*message).plainSize);
     }
   }
 }

@@ -6,8 +6,8 @@
 
 #include "nvxcore/message/NVXx_PBCodedOutputStream.h"
 #include "nvxcore/message/NVXx_PBSizes.h"
-#include "nvxcore/message/internal/PBPool.h"
 #include "nvxcore/message/internal/PBVarints.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -344,7 +344,7 @@ constexpr size_t kSlack = 8;
 void endBytes(PBBlock* block) {
   const size_t size = sizeof(PBBlock) + block->length + kSlack;
   block->~Block();
-  PBPool::free(block, size);
+  BlockPool::free(block, size);
 }
 
 }  // namespace
@@ -385,7 +385,7 @@ void pbWriteExtension(const PBExtensionValue& value, NVXx_PBCodedOutputStream& s
 }
 
 PBBlock* pbNewBytes(size_t length, uint8_t*& bytes) {
-  auto* block = ::new (PBPool::allocate(sizeof(PBBlock) + length + kSlack)) PBBlock;
+  auto* block = ::new (BlockPool::allocate(sizeof(PBBlock) + length + kSlack)) PBBlock;
   bytes = reinterpret_cast<uint8_t*>(block + 1);
   block->bytes = bytes;
   block->length = length;

@@ -1,4 +1,4 @@
-#include "nvxcore/message/internal/PBPool.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 #include <pthread.h>
 
@@ -159,13 +159,13 @@ void shed(size_t index) noexcept {
 
 #if defined(NVX_POOLS_OFF)
 
-void* PBPool::allocate(size_t size) { return systemBlock(size); }
-void PBPool::free(void* block, size_t) noexcept { std::free(block); }
-void PBPool::drain() noexcept {}
+void* BlockPool::allocate(size_t size) { return systemBlock(size); }
+void BlockPool::free(void* block, size_t) noexcept { std::free(block); }
+void BlockPool::drain() noexcept {}
 
 #else
 
-void* PBPool::allocate(size_t size) {
+void* BlockPool::allocate(size_t size) {
   if (size > kLargest) [[unlikely]]
     return systemBlock(size);
   const size_t index = classOf(size);
@@ -180,7 +180,7 @@ void* PBPool::allocate(size_t size) {
   return refill(index);
 }
 
-void PBPool::free(void* block, size_t size) noexcept {
+void BlockPool::free(void* block, size_t size) noexcept {
   if (size > kLargest) [[unlikely]]
     return std::free(block);
   Magazine* magazine = tMagazine ? tMagazine : makeMagazine();
@@ -196,7 +196,7 @@ void PBPool::free(void* block, size_t size) noexcept {
     shed(index);
 }
 
-void PBPool::drain() noexcept {
+void BlockPool::drain() noexcept {
   if (tMagazine) empty(*tMagazine);
   const std::lock_guard<std::mutex> hold(gStock.lock);
   for (List& list : gStock.lists) {
