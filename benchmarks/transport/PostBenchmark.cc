@@ -99,40 +99,70 @@ void smallPostPeer(benchmark::State& state) {
   require(length == replyLength(1), "the reply has another length");
 }
 
+/// Sends one batch behind the other, four at a time.
+class Batches {
+ public:
+  explicit Batches(NVXDASHConnectionRef connection) : _connection(std::move(connection)) {
+    for (Batch& batch : _inFlight) batch.owner = this;
+  }
+
+  void run() {
+    _started = 0;
+    _ended = 0;
+    _handlers->post([this] {
+      for (Batch& batch : _inFlight) send(batch);
+    });
+    _done.wait();
+  }
+
+ private:
+  struct Batch {
+    Batches* owner;
+    int left;
+  };
+
+  void send(Batch& batch) {
+    if (_started == kBatches) return;
+    ++_started;
+    batch.left = kRequests;
+    _connection->suspendSending();
+    for (int i = 0; i < kRequests; ++i) {
+      _connection->sendRequest(
+          NVXDASHBlocksRequest::requestWithID(39, _payload, [&batch](utils::JavaDataInput* input) {
+            Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
+            batch.owner->_handlers->post(
+                [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer); });
+            return true;
+          }));
+    }
+    _connection->resumeSending();
+  }
+
+  void answered(Batch& batch, const Data& answer) {
+    require(answer.length() == kPayload.size(), "an answer has another length");
+    if (--batch.left > 0) return;
+    if (++_ended == kBatches) return _done.signal();
+    send(batch);
+  }
+
+  const NVXDASHConnectionRef _connection;
+  const QueueRef _handlers = Queue::serial("bench.handlers");
+  const Data _payload = Data::copy(std::string("\0\0\0\x28", 4) + kPayload);
+  Semaphore _done{0};
+  // Of the handlers' queue.
+  Batch _inFlight[kInFlight];
+  int _started = 0;
+  int _ended = 0;
+};
+
 void batchOurs(benchmark::State& state) {
   auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent(kUserAgent);
   service->setCallbackQueue(Queue::serial("bench.callbacks"));
   auto connection = NVXDASHConnection::initWithServerURL(
       URL::withString(server().url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "bench"}),
       std::make_shared<NVXDASHClientState>(), service, std::make_shared<NVXSystemClock>());
-  const QueueRef handlers = Queue::serial("bench.handlers");
-  const Data payload = Data::copy(std::string("\0\0\0\x28", 4) + kPayload);
-  for (auto _ : state) {
-    Semaphore done(0);
-    std::atomic<int> started{0};
-    int ended = 0;  // of the handlers' queue
-    std::function<void()> sendBatch = [&] {
-      if (started.fetch_add(1) >= kBatches) return;
-      auto left = std::make_shared<std::atomic<int>>(kRequests);
-      connection->suspendSending();
-      for (int i = 0; i < kRequests; ++i) {
-        connection->sendRequest(
-            NVXDASHBlocksRequest::requestWithID(39, payload, [&, left](utils::JavaDataInput* input) {
-              const Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
-              handlers->post([&, left, answer] {
-                require(answer.length() == kPayload.size(), "an answer has another length");
-                if (--*left > 0) return;
-                if (++ended == kBatches) return done.signal();
-                sendBatch();
-              });
-              return true;
-            }));
-      }
-      connection->resumeSending();
-    };
-    for (int i = 0; i < kInFlight; ++i) sendBatch();
-    done.wait();
-  }
+  Batches batches{connection};
+  for (auto _ : state) batches.run();
   state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
   require(connection->drain(10), "POSTs are left");
   service->resetSession();

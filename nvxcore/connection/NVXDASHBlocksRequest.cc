@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "nvxcore/platform/internal/BlockPool.h"
+
 namespace nvxcore {
 
 /// Lets the object and its reference count be one allocation.
@@ -14,14 +16,12 @@ class NVXDASHBlocksRequest::Made final : public NVXDASHBlocksRequest {
 
 std::shared_ptr<NVXDASHBlocksRequest> NVXDASHBlocksRequest::requestWithID(int32_t requestID, Data requestData,
                                                                           ReadHandler asyncReadHandler) {
-  return std::make_shared<Made>(requestID, std::move(requestData), SerializeHandler(),
-                                std::move(asyncReadHandler));
+  return makePooled<Made>(requestID, std::move(requestData), SerializeHandler(), std::move(asyncReadHandler));
 }
 
 std::shared_ptr<NVXDASHBlocksRequest> NVXDASHBlocksRequest::requestWithID(
     int32_t requestID, SerializeHandler asyncSerializeHandler, ReadHandler asyncReadHandler) {
-  return std::make_shared<Made>(requestID, Data(), std::move(asyncSerializeHandler),
-                                std::move(asyncReadHandler));
+  return makePooled<Made>(requestID, Data(), std::move(asyncSerializeHandler), std::move(asyncReadHandler));
 }
 
 NVXDASHBlocksRequest::NVXDASHBlocksRequest(int32_t requestID, Data requestData,

@@ -9,20 +9,32 @@
 #include <new>
 #include <utility>
 
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/internal/DataBlock.h"
 
 namespace nvxcore {
-
-struct Data::Slice : Data::Block {
-  static void end(Block* dead) { delete static_cast<Slice*>(dead); }
-  Data whole;
-};
 
 namespace {
 
 const uint8_t kNoBytes[1] = {0};
 
+template <class B>
+B* makeBlock() {
+  return ::new (BlockPool::allocate(sizeof(B))) B;
+}
+
+template <class B>
+void endBlock(B* block) {
+  std::destroy_at(block);
+  BlockPool::free(block, sizeof(B));
+}
+
 }  // namespace
+
+struct Data::Slice : Data::Block {
+  static void end(Block* dead) { endBlock(static_cast<Slice*>(dead)); }
+  Data whole;
+};
 
 Data::Data(const Data& other) : _block(other._block) {
   if (_block) _block->references.fetch_add(1, std::memory_order_relaxed);
@@ -52,31 +64,32 @@ void Data::drop(Block* block) noexcept {
 }
 
 Data Data::copy(const void* bytes, size_t length) {
-  void* memory = std::malloc(sizeof(Block) + length);
-  if (!memory) throw std::bad_alloc();
+  if (length > SIZE_MAX - sizeof(Block)) throw std::bad_alloc();
+  void* memory = BlockPool::allocate(sizeof(Block) + length);
   auto* block = ::new (memory) Block;
   auto* contents = static_cast<uint8_t*>(memory) + sizeof(Block);
   if (length) std::memcpy(contents, bytes, length);
   block->bytes = contents;
   block->length = length;
   block->destroy = [](Block* dead) {
+    const size_t size = sizeof(Block) + dead->length;
     dead->~Block();
-    std::free(dead);
+    BlockPool::free(dead, size);
   };
   return Data(block);
 }
 
 Data Data::take(MutableData&& bytes) {
-  auto block = std::make_unique<Block>();
+  Block* block = makeBlock<Block>();
   block->length = std::exchange(bytes._length, 0);
   bytes._capacity = 0;
   block->bytes = std::exchange(bytes._bytes, nullptr);
   if (!block->bytes) block->bytes = kNoBytes;
   block->destroy = [](Block* dead) {
     if (dead->bytes != kNoBytes) std::free(const_cast<uint8_t*>(dead->bytes));
-    delete dead;
+    endBlock(dead);
   };
-  return Data(block.release());
+  return Data(block);
 }
 
 Data Data::wrap(const void* bytes, size_t length, std::function<void()> release) {
@@ -103,13 +116,13 @@ Data Data::slice(size_t offset, size_t count) const {
   offset = std::min(offset, _block->length);
   count = std::min(count, _block->length - offset);
   if (count == _block->length) return *this;
-  auto block = std::make_unique<Slice>();
+  Slice* block = makeBlock<Slice>();
   block->bytes = _block->bytes + offset;
   block->length = count;
   // A slice of a slice holds the buffer itself, or their chain would be destroyed link within link.
   block->whole = _block->destroy == &Slice::end ? static_cast<Slice*>(_block)->whole : *this;
   block->destroy = &Slice::end;
-  return Data(block.release());
+  return Data(block);
 }
 
 Data Data::compacted() const { return _block ? copy(bytes(), length()) : Data(); }

@@ -6,6 +6,7 @@
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Queue.h"
 #include "nvxcore/platform/Threading.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/internal/Deadline.h"
 #include "nvxcore/platform/internal/Fault.h"
 #include "nvxcore/platform/internal/WorkerPool.h"
@@ -40,7 +41,7 @@ void DispatchGroup::State::leave() {
   for (auto& [queue, task] : notified) queue->post(std::move(task));
 }
 
-DispatchGroup::DispatchGroup() : _state(std::make_shared<State>()) {}
+DispatchGroup::DispatchGroup() : _state(makePooled<State>()) {}
 
 DispatchGroup::~DispatchGroup() = default;
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Value.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -15,7 +16,7 @@ struct Error::Contents {
 Error::Error(std::string_view domain, int64_t code) : Error(domain, code, Dictionary()) {}
 
 Error::Error(std::string_view domain, int64_t code, Dictionary userInfo)
-    : _contents(std::make_shared<Contents>(Contents{std::string(domain), code, std::move(userInfo)})) {}
+    : _contents(makePooled<Contents>(Contents{std::string(domain), code, std::move(userInfo)})) {}
 
 const std::string& Error::domain() const {
   static const std::string none;

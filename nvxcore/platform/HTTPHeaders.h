@@ -12,14 +12,21 @@
 
 namespace nvxcore {
 
-/// The header fields of a message, in order. Names compare without case (RFC 9110, 5.1). One thread at a
-/// time.
+/// The header fields of a message, in order. Names compare without case (RFC 9110, 5.1). Copies share the
+/// fields until one of them changes. One thread at a time for each copy.
 class NVXCORE_EXPORT HTTPHeaders {
  public:
   using Field = std::pair<std::string, std::string>;
 
   HTTPHeaders() = default;
-  HTTPHeaders(std::initializer_list<Field> fields) : _fields(fields) {}
+  HTTPHeaders(std::initializer_list<Field> fields);
+  HTTPHeaders(const HTTPHeaders& other);
+  HTTPHeaders(HTTPHeaders&& other) noexcept : _shared(std::exchange(other._shared, nullptr)) {}
+  HTTPHeaders& operator=(HTTPHeaders other) noexcept {
+    std::swap(_shared, other._shared);
+    return *this;
+  }
+  ~HTTPHeaders();
 
   /// The value of the field; those of a repeated one joined with ", " (RFC 9110, 5.3). Nothing when it is
   /// missing.
@@ -33,17 +40,24 @@ class NVXCORE_EXPORT HTTPHeaders {
   /// Goes on with the value of the last field, behind a space (RFC 9112, 5.2). Nothing without a field.
   void continueLast(std::string_view value);
 
-  size_t size() const { return _fields.size(); }
-  bool empty() const { return _fields.empty(); }
-  std::vector<Field>::const_iterator begin() const { return _fields.begin(); }
-  std::vector<Field>::const_iterator end() const { return _fields.end(); }
+  size_t size() const { return fields().size(); }
+  bool empty() const { return fields().empty(); }
+  std::vector<Field>::const_iterator begin() const { return fields().begin(); }
+  std::vector<Field>::const_iterator end() const { return fields().end(); }
 
   /// The usual spelling of a field name: "content-type" is "Content-Type", "etag" is "ETag".
   static std::string canonicalName(std::string_view name);
-  friend bool operator==(const HTTPHeaders& a, const HTTPHeaders& b) { return a._fields == b._fields; }
+  friend bool operator==(const HTTPHeaders& a, const HTTPHeaders& b) {
+    return a._shared == b._shared || a.fields() == b.fields();
+  }
 
  private:
-  std::vector<Field> _fields;
+  struct Shared;
+  const std::vector<Field>& fields() const;
+  /// Its own, to change.
+  std::vector<Field>& edit();
+
+  Shared* _shared = nullptr;
 };
 
 }  // namespace nvxcore

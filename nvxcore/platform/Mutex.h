@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
+#include <cstdint>
 
 #include "nvxcore/platform/Export.h"
 #include "nvxcore/platform/ThreadAnnotations.h"
@@ -19,58 +19,58 @@ class NVXCORE_EXPORT LockObserver {
   static std::atomic<LockObserver*> current;
 };
 
+/// A mutual exclusion lock of 4 bytes, which neither makes nor frees anything. Never held while host code
+/// runs, while waiting, or while posting to the main loop. Taking a free one and giving up one that nobody
+/// waits for are each one atomic operation.
+class NVXCORE_EXPORT NVX_CAPABILITY("mutex") Mutex {
+ public:
+  Mutex() = default;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void lock() NVX_ACQUIRE() {
+    if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) [[unlikely]]
+      observer->willLock();
+    if (!take()) [[unlikely]]
+      waitAndTake();
+  }
+  void unlock() NVX_RELEASE() {
+    if (_state.exchange(kFree, std::memory_order_release) == kAwaited) [[unlikely]]
+      wakeOne();
+    if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) [[unlikely]]
+      observer->didUnlock();
+  }
+
+ private:
+  enum State : uint32_t { kFree, kTaken, kAwaited };
+
+  bool take() {
+    uint32_t free = kFree;
+    return _state.compare_exchange_strong(free, kTaken, std::memory_order_acquire, std::memory_order_relaxed);
+  }
+  void waitAndTake();
+  void wakeOne();
+
+  std::atomic<uint32_t> _state{kFree};
+};
+
+/// Holds a mutex for a scope.
+class NVX_SCOPED_CAPABILITY Lock {
+ public:
+  explicit Lock(Mutex& mutex) NVX_ACQUIRE(mutex) : _mutex(mutex) { _mutex.lock(); }
+  ~Lock() NVX_RELEASE() { _mutex.unlock(); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+ private:
+  Mutex& _mutex;
+};
+
 /// Tells the processor that this is a loop that waits for another one.
 inline void pauseProcessor() {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
 #endif
 }
-
-/// A mutual exclusion lock. Never held while host code runs, while waiting, or while posting to the main
-/// loop.
-template <class Native>
-class NVX_CAPABILITY("mutex") BasicMutex {
- public:
-  BasicMutex() = default;
-  BasicMutex(const BasicMutex&) = delete;
-  BasicMutex& operator=(const BasicMutex&) = delete;
-
-  void lock() NVX_ACQUIRE() {
-    if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) observer->willLock();
-    // What a lock guards takes less time than sleeping and being woken: look a few times before that.
-    for (int looks = 0; looks < 64; ++looks) {
-      if (_native.try_lock()) return;
-      pauseProcessor();
-    }
-    _native.lock();
-  }
-  void unlock() NVX_RELEASE() {
-    _native.unlock();
-    if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) observer->didUnlock();
-  }
-
- private:
-  Native _native;
-};
-
-using Mutex = BasicMutex<std::mutex>;
-/// For the objects whose behaviour asks for re-entry.
-using RecursiveMutex = BasicMutex<std::recursive_mutex>;
-
-/// Holds a mutex for a scope.
-template <class M>
-class NVX_SCOPED_CAPABILITY BasicLock {
- public:
-  explicit BasicLock(M& mutex) NVX_ACQUIRE(mutex) : _mutex(mutex) { _mutex.lock(); }
-  ~BasicLock() NVX_RELEASE() { _mutex.unlock(); }
-  BasicLock(const BasicLock&) = delete;
-  BasicLock& operator=(const BasicLock&) = delete;
-
- private:
-  M& _mutex;
-};
-
-using Lock = BasicLock<Mutex>;
-using RecursiveLock = BasicLock<RecursiveMutex>;
 
 }  // namespace nvxcore

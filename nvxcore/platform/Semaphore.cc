@@ -1,7 +1,6 @@
 #include "nvxcore/platform/Semaphore.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 #include "nvxcore/platform/Platform.h"
@@ -11,23 +10,9 @@
 
 namespace nvxcore {
 
-namespace {
-
-/// The test form that runs one thread at a time may switch threads here, as at a lock.
-void switchPoint() {
-  if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) {
-    observer->willLock();
-    observer->didUnlock();
-  }
-}
-
-}  // namespace
-
 Semaphore::Semaphore(int64_t initialCount) : _count(initialCount) {}
 
 Semaphore::~Semaphore() = default;
-
-void Semaphore::wait() { wait(std::numeric_limits<TimeInterval>::infinity()); }
 
 bool Semaphore::wait(TimeInterval timeout) {
   switchPoint();
@@ -73,11 +58,6 @@ bool Semaphore::waitInLine(TimeInterval timeout) {
   // As many signals as there are waiters are on their way to the line.
   parker->park();
   return true;
-}
-
-void Semaphore::signal() {
-  switchPoint();
-  if (_count.fetch_add(1, std::memory_order_release) < 0) wakeFirst();
 }
 
 void Semaphore::wakeFirst() {

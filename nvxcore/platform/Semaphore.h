@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -22,12 +23,27 @@ class NVXCORE_EXPORT Semaphore {
   Semaphore(const Semaphore&) = delete;
   Semaphore& operator=(const Semaphore&) = delete;
 
-  void wait();
+  void wait() {
+    switchPoint();
+    if (_count.fetch_sub(1, std::memory_order_acquire) <= 0) [[unlikely]]
+      waitInLine(std::numeric_limits<TimeInterval>::infinity());
+  }
   /// False when `timeout` seconds passed first; 0 or less only looks.
   bool wait(TimeInterval timeout);
-  void signal();
+  void signal() {
+    switchPoint();
+    if (_count.fetch_add(1, std::memory_order_release) < 0) [[unlikely]]
+      wakeFirst();
+  }
 
  private:
+  /// The test form that runs one thread at a time may switch threads here, as at a lock.
+  static void switchPoint() {
+    if (LockObserver* observer = LockObserver::current.load(std::memory_order_acquire)) [[unlikely]] {
+      observer->willLock();
+      observer->didUnlock();
+    }
+  }
   bool waitInLine(TimeInterval timeout);
   void wakeFirst();
 

@@ -6,7 +6,44 @@
 #include <type_traits>
 #include <utility>
 
+#include "nvxcore/platform/Export.h"
+
 namespace nvxcore {
+
+/// Where closures lie that are too large to lie within a task. They are made on one thread and end on
+/// another: their blocks come from the library's lists. Any thread.
+struct TaskHeap {
+  template <class F, class Source>
+  static F* make(Source&& source) {
+    if constexpr (alignof(F) > alignof(std::max_align_t)) {
+      return new F(std::forward<Source>(source));
+    } else {
+      struct Guard {
+        void* block;
+        ~Guard() {
+          if (block) free(block, sizeof(F));
+        }
+      } guard{allocate(sizeof(F))};
+      F* function = ::new (guard.block) F(std::forward<Source>(source));
+      guard.block = nullptr;
+      return function;
+    }
+  }
+
+  template <class F>
+  static void end(F* function) {
+    if constexpr (alignof(F) > alignof(std::max_align_t)) {
+      delete function;
+    } else {
+      std::destroy_at(function);
+      free(function, sizeof(F));
+    }
+  }
+
+ private:
+  NVXCORE_EXPORT static void* allocate(size_t size);
+  NVXCORE_EXPORT static void free(void* block, size_t size) noexcept;
+};
 
 /// A move-only closure without arguments. One of up to 56 bytes lies within it and allocates nothing.
 /// Calling it consumes it: what it holds is destroyed when the call ends.
@@ -23,7 +60,7 @@ class Task {
       ::new (static_cast<void*>(_storage)) Function(std::forward<F>(function));
       _operations = &kInline<Function>;
     } else {
-      ::new (static_cast<void*>(_storage)) Function*(new Function(std::forward<F>(function)));
+      ::new (static_cast<void*>(_storage)) Function*(TaskHeap::make<Function>(std::forward<F>(function)));
       _operations = &kHeap<Function>;
     }
   }
@@ -81,10 +118,13 @@ class Task {
 
   template <class F>
   static constexpr Operations kHeap = {[](void* storage) {
-                                         std::unique_ptr<F> function(*static_cast<F**>(storage));
-                                         (*function)();
+                                         struct Guard {
+                                           F* function;
+                                           ~Guard() { TaskHeap::end(function); }
+                                         } guard{*static_cast<F**>(storage)};
+                                         (*guard.function)();
                                        },
-                                       [](void* storage) { delete *static_cast<F**>(storage); },
+                                       [](void* storage) { TaskHeap::end(*static_cast<F**>(storage)); },
                                        [](void* from, void* to) { ::new (to) F*(*static_cast<F**>(from)); },
                                        sizeof(F*)};
 

@@ -1,4 +1,5 @@
 #include "nvxcore/platform/URLResponse.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 #include <charconv>
 #include <utility>
@@ -51,7 +52,7 @@ int64_t contentLength(const HTTPHeaders& headers) {
 }  // namespace
 
 URLResponse URLResponse::withURL(URL url, std::string mimeType, int64_t expectedContentLength) {
-  auto contents = std::make_shared<Contents>();
+  auto contents = makePooled<Contents>();
   contents->url = std::move(url);
   contents->mimeType = std::move(mimeType);
   contents->expectedContentLength = expectedContentLength;
@@ -62,7 +63,7 @@ URLResponse URLResponse::withURL(URL url, std::string mimeType, int64_t expected
 
 URLResponse URLResponse::http(URL url, int statusCode, std::string httpVersion, HTTPHeaders headers,
                               bool bodyIsDecoded) {
-  auto contents = std::make_shared<Contents>();
+  auto contents = makePooled<Contents>();
   contents->url = std::move(url);
   contents->isHTTP = true;
   contents->statusCode = statusCode;

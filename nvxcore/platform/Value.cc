@@ -1,4 +1,5 @@
 #include "nvxcore/platform/Value.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 #include <charconv>
 #include <limits>
@@ -38,7 +39,7 @@ double outOfRangeNumber(std::string_view text) {
 
 }  // namespace
 
-Value::Value(Dictionary value) : _value(std::make_shared<const Dictionary>(std::move(value))) {}
+Value::Value(Dictionary value) : _value(makePooled<const Dictionary>(std::move(value))) {}
 
 const Dictionary* Value::dictionary() const {
   auto* held = std::get_if<std::shared_ptr<const Dictionary>>(&_value);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Files.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/NVXx_HTKSessionFetcherFields.h"
 
@@ -71,7 +72,7 @@ void NVXx_HTKSessionFetcher::dataTaskDidReceiveResponse(const HTTPSessionTaskRef
                                                         ResponseDispositionHandler completionHandler) {
   setSessionTask(task);
   ResponseDispositionHandler proceed = [self = shared_from_this(), answer = std::move(completionHandler),
-                                        isAnswered = std::make_shared<std::atomic<bool>>(false)](
+                                        isAnswered = makePooled<std::atomic<bool>>(false)](
                                            ResponseDisposition disposition) {
     // A second answer would take away what has come since the first.
     if (isAnswered->exchange(true)) return;

@@ -252,17 +252,11 @@ void NVXx_HTKSessionFetcher::endBackgroundTask() {
 
 void NVXx_HTKSessionFetcher::invokeOnCallbackQueue(const QueueRef& queue, bool afterUserStopped, Task block) {
   if (!queue) return;
-  struct Callback {
-    FetcherRef self;
-    Task block;
-    bool afterUserStopped;
-  };
-  auto callback =
-      std::make_unique<Callback>(Callback{shared_from_this(), std::move(block), afterUserStopped});
-  queue->post(_fields->_callbackGroup, [callback = std::move(callback)] {
-    if (!callback->afterUserStopped && callback->self->isStoppedForCallbacks()) return;
-    callback->block();
-  });
+  queue->post(_fields->_callbackGroup,
+              [self = shared_from_this(), block = std::move(block), afterUserStopped]() mutable {
+                if (!afterUserStopped && self->isStoppedForCallbacks()) return;
+                block();
+              });
 }
 
 void NVXx_HTKSessionFetcher::invokeOnCallbackQueueUnlessStopped(Task block) {

@@ -109,7 +109,7 @@ NVXx_HTKSessionFetcher::NVXx_HTKSessionFetcher(std::optional<URLRequest> request
   Lock lock(_fields->lock);
   if (request) {
     if (request->body) _fields->_bodyLength = static_cast<int64_t>(request->body.length());
-    _fields->_request = std::make_shared<URLRequest>(std::move(*request));
+    _fields->_request = makePooled<URLRequest>(std::move(*request));
   }
   _fields->_configuration = std::move(configuration);
   _fields->_callbackQueue = Queue::main();

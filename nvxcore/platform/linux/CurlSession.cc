@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/CurlConnectionPool.h"
 
 namespace nvxcore {
@@ -27,7 +28,7 @@ std::shared_ptr<HTTPTask> CurlSession::makeTask(TaskKind kind, const URLRequest&
     if (_isInvalidated) return nullptr;
     identifier = ++_lastIdentifier;
   }
-  auto task = std::make_shared<HTTPTask>(self(), kind, identifier, request, bodySource, bodyFile);
+  auto task = makePooled<HTTPTask>(self(), kind, identifier, request, bodySource, bodyFile);
   Lock lock(_lock);
   // The session may have ended meanwhile, and nobody would hear of the task.
   if (_hasEnded) return nullptr;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/CurlConnectionPool.h"
 #include "nvxcore/platform/linux/HTTPTask.h"
 #include "nvxcore/platform/linux/TransferErrors.h"
@@ -15,7 +16,7 @@ namespace nvxcore {
 CurlTransfer::CurlTransfer(std::shared_ptr<CurlConnectionPool> pool, std::shared_ptr<HTTPTask> task,
                            PreparedRequest request)
     : _pool(std::move(pool)), _task(std::move(task)), _request(std::move(request)) {
-  if (_request.body.isStream()) _pump = std::make_shared<BodyPump>(_request.body.stream);
+  if (_request.body.isStream()) _pump = makePooled<BodyPump>(_request.body.stream);
 }
 
 void CurlTransfer::start() {

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/BecomeDownloadTask.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/HTTPAuthentication.h"
@@ -28,7 +29,7 @@ void HTTPTask::answeredResponse(uint64_t question, ResponseDisposition dispositi
     if (!head) return;
     if (disposition == ResponseDisposition::BecomeDownload && _kind == TaskKind::Data) {
       _isDownload = _becomesDownload = _needsClosing = true;
-      _view = std::make_shared<BecomeDownloadTask>(shared_from_this());
+      _view = makePooled<BecomeDownloadTask>(shared_from_this());
       acceptDownload(head->response);
     }
     source = _source;
@@ -54,7 +55,7 @@ void HTTPTask::answeredRedirect(uint64_t question, std::optional<URLRequest> req
   }
   if (!request) return flush();
   if (left) left->stop();
-  carryOut(std::make_shared<URLRequest>(std::move(*request)));
+  carryOut(makePooled<URLRequest>(std::move(*request)));
 }
 
 void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition disposition,
@@ -81,7 +82,7 @@ void HTTPTask::answeredChallenge(uint64_t question, AuthChallengeDisposition dis
   }
   if (!goesOn) return flush();
   if (left) left->stop();
-  carryOut(std::make_shared<URLRequest>(std::move(request)));
+  carryOut(makePooled<URLRequest>(std::move(request)));
 }
 
 void HTTPTask::answeredStream(uint64_t question, std::shared_ptr<InputStream> stream) {

@@ -2,6 +2,7 @@
 
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Threading.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/HTTPAuthentication.h"
 #include "nvxcore/platform/linux/HTTPTask.h"
@@ -224,7 +225,7 @@ std::function<void(Arguments...)> HTTPTask::answer(void (HTTPTask::*take)(uint64
     Lock lock(_lock);
     number = _questionNumber;
   }
-  auto answer = std::make_shared<Answer<Arguments...>>(shared_from_this(), number, take);
+  auto answer = makePooled<Answer<Arguments...>>(shared_from_this(), number, take);
   return [answer](Arguments... arguments) { (*answer)(std::move(arguments)...); };
 }
 

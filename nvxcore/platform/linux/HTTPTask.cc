@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Files.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/CurlTransfer.h"
 #include "nvxcore/platform/linux/LocalURLLoader.h"
@@ -40,7 +41,7 @@ HTTPTask::HTTPTask(std::shared_ptr<CurlSession> session, TaskKind kind, uint64_t
     : _session(std::move(session)),
       _kind(kind),
       _identifier(identifier),
-      _originalRequest(std::make_shared<URLRequest>(std::move(request))),
+      _originalRequest(makePooled<URLRequest>(std::move(request))),
       _bodySource(bodySource),
       _bodyFile(std::move(bodyFile)),
       _delegateQueue(_session->delegateQueue()),
@@ -110,7 +111,7 @@ void HTTPTask::carryOut(RequestRef request) {
   }
   if (Error fault = faultOf(*request, _kind, _session->configuration())) return endWithoutTransfer(fault);
   if (isScheme(request->url, "data") || isScheme(request->url, "file")) {
-    auto loader = std::make_shared<LocalURLLoader>(shared_from_this(), request->url);
+    auto loader = makePooled<LocalURLLoader>(shared_from_this(), request->url);
     {
       Lock lock(_lock);
       if (_isCancelled) return;
@@ -151,7 +152,7 @@ void HTTPTask::startTransfer(const RequestRef& request, std::shared_ptr<InputStr
   } else {
     body.bytes = request->body;
   }
-  auto transfer = std::make_shared<CurlTransfer>(
+  auto transfer = makePooled<CurlTransfer>(
       _session->pool(), shared_from_this(),
       PreparedRequest(*request, std::move(body), cookiesToSend(*request), _session->configuration()));
   {

@@ -59,6 +59,13 @@ bool isHTTPToken(std::string_view text) {
   });
 }
 
+void HeaderLines::reserve(size_t count) {
+  constexpr size_t kUsualLength = 48;
+  _starts.reserve(count);
+  _nodes.reserve(count);
+  _text.reserve(count * kUsualLength);
+}
+
 void HeaderLines::add(std::string_view name, std::string_view value) {
   if (!isHTTPToken(name)) return;
   _starts.push_back(_text.size());
@@ -100,6 +107,7 @@ PreparedRequest::PreparedRequest(const URLRequest& request, RequestBody requestB
   if (method == "HEAD") body = RequestBody();
   port = url.port().value_or(isSecure ? 443 : 80);
   if (configuration.proxy.empty() && needsLookUp(url.host())) host = url.host();
+  headers.reserve(request.headers.size() + configuration.additionalHeaders.size() + 3);
   bool hasContentType = false;
   bool hasCookies = false;
   for (const auto& [name, value] : request.headers) {

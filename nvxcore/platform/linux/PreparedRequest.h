@@ -16,13 +16,15 @@
 
 namespace nvxcore {
 
-/// Header lines in the form that libcurl reads, in two allocations.
+/// Header lines in the form that libcurl reads, in three allocations.
 class HeaderLines {
  public:
   HeaderLines() = default;
   HeaderLines(HeaderLines&&) = default;
   HeaderLines& operator=(HeaderLines&&) = default;
 
+  /// Room for `count` lines.
+  void reserve(size_t count);
   void add(std::string_view name, std::string_view value);
   /// Keeps libcurl from adding a field of its own.
   void suppress(std::string_view name);

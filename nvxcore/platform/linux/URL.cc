@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/linux/PercentEncoding.h"
 
 namespace nvxcore {
@@ -151,7 +152,7 @@ URL URL::withString(std::string_view text) {
   for (unsigned char c : text) {
     if (c <= 0x20 || c == 0x7F) return {};
   }
-  auto parts = std::make_shared<Parts>();
+  auto parts = makePooled<Parts>();
   parts->text = text;
   const size_t colon = text.find_first_of(":/?#");
   const bool hasScheme =

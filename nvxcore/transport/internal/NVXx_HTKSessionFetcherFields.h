@@ -7,12 +7,13 @@
 
 #include "nvxcore/foundation/base/BackgroundGrant.h"
 #include "nvxcore/platform/Mutex.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/DownloadBuffer.h"
 
 namespace nvxcore {
 
-struct NVXx_HTKSessionFetcher::Fields {
+struct NVXx_HTKSessionFetcher::Fields : Pooled {
   mutable Mutex lock;
 
   std::shared_ptr<URLRequest> _request NVX_GUARDED_BY(lock);

@@ -154,6 +154,13 @@ TEST_F(ValuesTest, HeaderFieldsCompareWithoutCaseAndResponsesReadThem) {
   headers.set("SET-cookie", "c");
   headers.set("ETag", std::nullopt);
   EXPECT_EQ(headers, (HTTPHeaders{{"SET-cookie", "c"}}));
+  // A copy shares until one of the two changes, also by a piece of itself.
+  HTTPHeaders copy = headers;
+  copy.set(copy.begin()->first, copy.begin()->second + "d");
+  headers.add("Via", headers.begin()->second);
+  EXPECT_EQ(copy, (HTTPHeaders{{"SET-cookie", "cd"}}));
+  EXPECT_EQ(headers, (HTTPHeaders{{"SET-cookie", "c"}, {"Via", "c"}}));
+  headers.set("Via", std::nullopt);
   EXPECT_EQ(HTTPHeaders::canonicalName("x-FORWARDED-for"), "X-Forwarded-For");
   EXPECT_EQ(HTTPHeaders::canonicalName("www-AUTHENTICATE"), "WWW-Authenticate");
   const struct {
