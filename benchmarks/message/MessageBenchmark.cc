@@ -19,8 +19,7 @@ peer::Reply readPeer(const peer::Reply&, std::string_view bytes) { return peer::
 peer::Node readPeer(const peer::Node&, std::string_view bytes) { return peer::readNode(bytes); }
 
 template <class Message, class Struct>
-void addParse(const std::string& name, double bar, const Shape<Message, Struct>& shape,
-              bool copies = false) {
+void addParse(const std::string& name, double bar, const Shape<Message, Struct>& shape, bool copies = false) {
   rows::peer(name, [&shape](benchmark::State& state) {
     size_t i = 0;
     for (auto _ : state) {

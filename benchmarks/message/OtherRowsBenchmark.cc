@@ -89,7 +89,6 @@ void rows::addOthers() {
   addWork("tree/equality", [tree, other] {
     if (!tree->isEqual(other.get())) shapes::fail("equality");
   });
-  addWork("tree/text format", [tree] {
-    benchmark::DoNotOptimize(NVXx_PBTextFormatForMessage(tree.get(), "")->size());
-  });
+  addWork("tree/text format",
+          [tree] { benchmark::DoNotOptimize(NVXx_PBTextFormatForMessage(tree.get(), "")->size()); });
 }

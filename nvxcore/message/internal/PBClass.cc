@@ -142,8 +142,10 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
   result->ranges = tables.ranges + message.firstRange;
   result->rangeCount = message.rangeCount;
 
-  // One more, of a tag that never comes, ends the list.
-  auto* entries = new PBEntry[message.fieldCount + 1]();
+  // One more before the first, of a tag that never comes.
+  auto* entries = new PBEntry[message.fieldCount + 1]() + 1;
+  entries[-1].op = kPBOpUnknown;
+  auto* byTag = new uint8_t[0x80]();
   auto* infos = new PBFieldInfo[message.fieldCount];
   std::vector<uint16_t> objects;
   const PBSideEntry* side = tables.sides + message.firstSide;
@@ -203,9 +205,11 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
     entry.has = field.hasIndex;
     entry.type = field.type;
     entry.flags = field.flags;
-    entry.op = static_cast<uint8_t>(static_cast<int>(field.type) + (packed               ? 2 * kPBTypeCount
-                                                                    : entry.isRepeated() ? kPBTypeCount
-                                                                                         : 0));
+    // Presence is kept in a word while scalars, strings and data are read.
+    const bool isSlow = entry.isRepeated() || entry.isMessage() || entry.has >= 64;
+    entry.op = isSlow ? kPBOpSlow : static_cast<uint8_t>(field.type);
+    if (entry.tagSize == 1) byTag[entry.tag] = static_cast<uint8_t>(i + 1);
+    result->hasChildren |= entry.isMessage();
     if (entry.isObject()) {
       objects.push_back(static_cast<uint16_t>(i));
     } else {
@@ -219,6 +223,7 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
   if (side < sideEnd && side->kind == PBSideTextFormat) result->textFormat = tables.bytes + side->value;
 
   result->entries = entries;
+  result->byTag = byTag;
   result->infos = infos;
   if (message.fieldCount && largestDirect) {
     auto* direct = new uint16_t[largestDirect + 1]();

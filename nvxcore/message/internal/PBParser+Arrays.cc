@@ -29,13 +29,17 @@ inline void PBParser::ready(const PBEntry& entry, Message& message, Array& array
 
 /// True, with the position behind the tag, when the field's tag comes again in its shortest form.
 inline bool PBParser::Run::goesOn() {
+  if (p <= tagStart) [[unlikely]] {  // moved back
+    highest = std::max(highest, tagStart);
+    return false;
+  }
   if (p <= highest || end - p < entry.tagSize) return false;
   if (entry.tagSize == 1) {
     if (*p != entry.encodedTag) return false;
   } else if (entry.tagSize > 4 || std::memcmp(p, &entry.encodedTag, entry.tagSize) != 0) {
     return false;
   }
-  highest = p;
+  tagStart = p;
   p += entry.tagSize;
   return true;
 }
@@ -46,8 +50,9 @@ void PBParser::childrenRun(Run& run) {
       Access::classOf(run.message).infos[&entry - Access::classOf(run.message).entries].messageClass();
   do {
     put(run.p);
-    Guard made(*this, create(childClass));
-    if (entry.type == NVXx_PBType::Group) {
+    const bool isGroup = entry.type == NVXx_PBType::Group;
+    Guard made(*this, create(childClass, isGroup ? 0 : comingSpan()));
+    if (isGroup) {
       readGroup(entry.number(), *made, true);
     } else {
       readMessage(*made, true);
@@ -63,47 +68,87 @@ void PBParser::childrenRun(Run& run) {
 
 // Repeated scalars.
 
-// Elements of a tag of one byte and a varint each, while whole windows of them lie ahead.
+namespace {
+
+// Elements that are not in their array yet: it is made, or grown, once for many.
+constexpr uint32_t kFew = 256;
+
+// Elements of a tag of one byte and a varint each, while whole windows of them lie ahead; answers the
+// position behind the last one.
 template <class T, class Decode>
-void PBParser::taggedWindows(Run& run, Array& array, Decode decode) {
-  const auto tag = static_cast<uint8_t>(run.entry.encodedTag);
-  while (run.end - run.p >= kPBWindowReads && *run.p == tag) {
-    if (array.delegate()) return;
-    uint64_t mask = pbTerminators(run.p);
-    const uint8_t* const base = run.p;
-    T* const first = static_cast<T*>(PBArrayAccess::reserve(array, kPBWindow / 2));
-    T* out = first;
+const uint8_t* taggedWindows(const uint8_t* p, const uint8_t* end, uint8_t tag, T* few, uint32_t& count,
+                             Decode decode) {
+  T* out = few + count;
+  T* const last = few + kFew - kPBWindow / 2;
+  while (end - p >= kPBWindowReads && out <= last && *p == tag) {
+    uint64_t mask = pbTerminators(p);
+    T* const first = out;
     uint32_t start = 0;
-    while (start < kPBWindow && base[start] == tag) {
+    while (start < kPBWindow && p[start] == tag) {
       mask &= mask - 1;
       if (!mask) break;
-      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
+      const auto ending = static_cast<uint32_t>(std::countr_zero(mask));
       uint64_t value;
-      if (!pbVarintOf(base + start + 1, last - start, value)) break;
+      if (!pbVarintOf(p + start + 1, ending - start, value)) break;
       mask &= mask - 1;
       *out++ = decode(value);
-      run.highest = base + start;
-      start = last + 1;
+      start = ending + 1;
     }
-    PBArrayAccess::addedOneByOne(array, static_cast<uint32_t>(out - first));
-    run.p = base + start;
+    p += start;
     // Nothing that fits a window, or the end of the run.
-    if (out == first) return;
+    if (out == first) break;
   }
+  count = static_cast<uint32_t>(out - few);
+  return p;
+}
+
+}  // namespace
+
+template <class T>
+void PBParser::addAll(const Run& run, const T* few, uint32_t count) {
+  if (!count) return;
+  Array& array = arrayOf(run.entry, run.message, count);
+  ready(run.entry, run.message, array);
+  if (array.delegate()) {  // one that is told of each element
+    for (uint32_t i = 0; i < count; ++i) PBArrayAccess::add<T>(array, few[i]);
+    return;
+  }
+  std::memcpy(PBArrayAccess::reserve(array, count), few, count * sizeof(T));
+  PBArrayAccess::addedOneByOne(array, count);
 }
 
 template <class T, class Decode>
 void PBParser::varintRun(Run& run, Decode decode) {
-  const uint8_t* const end = run.end;
-  Array& array = arrayOf(run.entry, run.message, end - run.p >= kPBWindow ? kPBWindow / 2 : 4);
+  T few[kFew];
+  uint32_t count = 0;
+  const uint8_t* const roomy =
+      _stream._bytes + _stream._bufferSize - std::min<uint64_t>(10, _stream._bufferSize);
   do {
+    if (count == kFew) {
+      addAll(run, few, count);
+      count = 0;
+    }
+    uint64_t value;
     const uint8_t* p = run.p;
-    NVX_PB_VARINT(value, sizeof(T) < 8)
-    run.p = p;
-    ready(run.entry, run.message, array);
-    PBArrayAccess::add<T>(array, decode(value));
-    if (run.entry.tagSize == 1 && p > run.highest) taggedWindows<T>(run, array, decode);
+    if (run.end - p >= 2 && p[0] < 0x80) {
+      value = p[0];
+      run.p = p + 1;
+    } else if (p < roomy && pbWideVarint(p, value) && p <= run.end) {
+      run.p = p;
+    } else {
+      // This may fail; what came before is there then.
+      addAll(run, few, count);
+      count = 0;
+      put(run.p);
+      value = sizeof(T) < 8 ? _stream.readUInt32() : _stream.readUInt64();
+      run.p = get();
+    }
+    few[count++] = decode(value);
+    if (run.entry.tagSize == 1 && run.p > run.highest) {
+      run.p = taggedWindows(run.p, run.end, static_cast<uint8_t>(run.entry.encodedTag), few, count, decode);
+    }
   } while (run.goesOn());
+  addAll(run, few, count);
 }
 
 template <class T>
@@ -308,7 +353,7 @@ bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_
     return true;
   }
   if (entry.type == NVXx_PBType::Enum || end[-1] >= 0x80) return false;
-  const auto count = static_cast<uint32_t>(std::count_if(p, end, [](uint8_t byte) { return byte < 0x80; }));
+  const auto count = static_cast<uint32_t>(pbCountVarints(p, end));
   Array& array = arrayOf(entry, message, count);
   if (array.delegate()) return false;
   void* out = PBArrayAccess::reserve(array, count);
@@ -344,7 +389,7 @@ bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_
 
 void PBParser::packed(const PBEntry& entry, Message& message) {
   const uint64_t before = _stream._bufferPos;
-  const int32_t length = _stream.readInt32();
+  const int32_t length = readLength();
   const uint8_t* p = get();
   const uint8_t* const end = endOf();
   if (length > 0 && length <= end - p && packedAtOnce(entry, message, p, p + length)) {

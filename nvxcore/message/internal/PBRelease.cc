@@ -12,12 +12,14 @@ struct PBMessageMemory {
   static std::atomic<uint32_t>& count(Message& message) { return message._block; }
   static std::atomic<uint32_t>& references(Message& message) { return message._references; }
 
+  /// The input that the message pins, or null when it has copies.
   static PBBlock* input(Message& message) {
-    PBBlock* input;
-    std::memcpy(&input, reinterpret_cast<char*>(&message) + message._class->plainSize, sizeof input);
-    return input;
+    const uintptr_t backing = PBMessageAccess::backing(message);
+    return backing & 1 ? nullptr : reinterpret_cast<PBBlock*>(backing);
   }
-  static void freeParsed(Message& message) { BlockPool::free(&message, message._class->parsedSize); }
+  static void freeParsed(Message& message) {
+    BlockPool::free(&message, size_t{message._class->parsedSize} + PBMessageAccess::roomBehind(message));
+  }
   static void setNext(Message& message, Message* next) {
     message._side.store(reinterpret_cast<PBSide*>(next), std::memory_order_relaxed);
   }
@@ -40,7 +42,7 @@ struct PBMessageMemory {
     if (!leave(message)) return;
     PBBlock* pinned = input(message);
     freeParsed(message);
-    DataAccess::drop(pinned);
+    if (pinned) DataAccess::drop(pinned);
   }
 };
 
@@ -152,7 +154,7 @@ void PBReleaseWalk::run() {
       if (PBMessageMemory::leave(*message)) {
         PBBlock* input = PBMessageMemory::input(*message);
         PBMessageMemory::freeParsed(*message);
-        unpin(input);
+        if (input) unpin(input);
       }
     } else {
       BlockPool::free(message, PBMessageAccess::classOf(*message).plainSize);
