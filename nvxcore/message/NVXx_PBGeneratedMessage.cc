@@ -36,17 +36,6 @@ NVXx_PBGeneratedMessage* PBMessageAccess::create(const PBClass& messageClass) {
   return message;
 }
 
-NVXx_PBGeneratedMessage* PBMessageAccess::createParsed(const PBClass& messageClass, PBBlock* input,
-                                                       uint32_t room) {
-  void* memory = BlockPool::allocate(size_t{messageClass.parsedSize} + room);
-  auto* message = ::new (memory) NVXx_PBGeneratedMessage(messageClass);
-  message->_block.store(1 | kHasSlices, std::memory_order_relaxed);
-  std::memset(message->pb_storage(), 0, messageClass.storageSize);
-  const uintptr_t backing = input ? reinterpret_cast<uintptr_t>(input) : uintptr_t{room} << 1 | 1;
-  std::memcpy(message->pb_storage() + messageClass.storageSize, &backing, sizeof backing);
-  return message;
-}
-
 NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_new(const PBClass& messageClass) {
   return Access::create(messageClass);
 }

@@ -79,6 +79,13 @@ struct PBClass {
   bool hasChildren = false;           // fields of messages or groups
   const uint16_t* objects = nullptr;  // indexes of the fields whose slot is a reference
   uint32_t objectCount = 0;
+  const uint16_t* bytesOffsets = nullptr;  // of the slots of singular strings and data
+  uint32_t bytesCount = 0;
+  const uint16_t* owners = nullptr;  // indexes of the fields with other references
+  uint32_t ownerCount = 0;
+  // The indexes of the fields by their has-index, where these are in the order of the fields; else null.
+  const uint16_t* byHas = nullptr;
+  uint32_t hasWords = 0;
   uint32_t scalarBound = 0;  // bytes that all singular scalars take at most
   bool isMessageSet = false;
   const PBRangeEntry* ranges = nullptr;

@@ -1,8 +1,10 @@
 #include <algorithm>
-#include <bit>
 #include <cstring>
+#include <type_traits>
+#include <vector>
 
 #include "nvxcore/message/internal/PBParser.h"
+#include "nvxcore/message/internal/PBRuns.h"
 #include "nvxcore/message/internal/PBVarints.h"
 
 // Repeated fields: a run of one field at a time.
@@ -51,7 +53,7 @@ void PBParser::childrenRun(Run& run) {
   do {
     put(run.p);
     const bool isGroup = entry.type == NVXx_PBType::Group;
-    Guard made(*this, create(childClass, isGroup ? 0 : comingSpan()));
+    Guard made(*this, create(childClass, _input || isGroup ? 0 : comingSpan()));
     if (isGroup) {
       readGroup(entry.number(), *made, true);
     } else {
@@ -73,35 +75,6 @@ namespace {
 // Elements that are not in their array yet: it is made, or grown, once for many.
 constexpr uint32_t kFew = 256;
 
-// Elements of a tag of one byte and a varint each, while whole windows of them lie ahead; answers the
-// position behind the last one.
-template <class T, class Decode>
-const uint8_t* taggedWindows(const uint8_t* p, const uint8_t* end, uint8_t tag, T* few, uint32_t& count,
-                             Decode decode) {
-  T* out = few + count;
-  T* const last = few + kFew - kPBWindow / 2;
-  while (end - p >= kPBWindowReads && out <= last && *p == tag) {
-    uint64_t mask = pbTerminators(p);
-    T* const first = out;
-    uint32_t start = 0;
-    while (start < kPBWindow && p[start] == tag) {
-      mask &= mask - 1;
-      if (!mask) break;
-      const auto ending = static_cast<uint32_t>(std::countr_zero(mask));
-      uint64_t value;
-      if (!pbVarintOf(p + start + 1, ending - start, value)) break;
-      mask &= mask - 1;
-      *out++ = decode(value);
-      start = ending + 1;
-    }
-    p += start;
-    // Nothing that fits a window, or the end of the run.
-    if (out == first) break;
-  }
-  count = static_cast<uint32_t>(out - few);
-  return p;
-}
-
 }  // namespace
 
 template <class T>
@@ -117,17 +90,26 @@ void PBParser::addAll(const Run& run, const T* few, uint32_t count) {
   PBArrayAccess::addedOneByOne(array, count);
 }
 
-template <class T, class Decode>
+// Values come as words of 32 or 64 bits, and are decoded when their array gets them.
+template <class Raw, class Decode>
 void PBParser::varintRun(Run& run, Decode decode) {
-  T few[kFew];
+  using T = decltype(decode(Raw()));
+  Raw few[kFew];
   uint32_t count = 0;
+  const auto hand = [&] {
+    if constexpr (std::is_same_v<T, Raw>) {
+      addAll(run, few, count);
+    } else {
+      T decoded[kFew];
+      std::transform(few, few + count, decoded, decode);
+      addAll(run, decoded, count);
+    }
+    count = 0;
+  };
   const uint8_t* const roomy =
       _stream._bytes + _stream._bufferSize - std::min<uint64_t>(10, _stream._bufferSize);
   do {
-    if (count == kFew) {
-      addAll(run, few, count);
-      count = 0;
-    }
+    if (count == kFew) hand();
     uint64_t value;
     const uint8_t* p = run.p;
     if (run.end - p >= 2 && p[0] < 0x80) {
@@ -137,18 +119,19 @@ void PBParser::varintRun(Run& run, Decode decode) {
       run.p = p;
     } else {
       // This may fail; what came before is there then.
-      addAll(run, few, count);
-      count = 0;
+      hand();
       put(run.p);
-      value = sizeof(T) < 8 ? _stream.readUInt32() : _stream.readUInt64();
+      value = sizeof(Raw) < 8 ? _stream.readUInt32() : _stream.readUInt64();
       run.p = get();
     }
-    few[count++] = decode(value);
-    if (run.entry.tagSize == 1 && run.p > run.highest) {
-      run.p = taggedWindows(run.p, run.end, static_cast<uint8_t>(run.entry.encodedTag), few, count, decode);
+    few[count++] = static_cast<Raw>(value);
+    if (run.entry.tagSize == 1 && run.p > run.highest && kFew - count >= kPBWindow) {
+      uint32_t room = kFew - count;
+      run.p = pbReadTagged(run.p, run.end, static_cast<uint8_t>(run.entry.encodedTag), few + count, room);
+      count = kFew - room;
     }
   } while (run.goesOn());
-  addAll(run, few, count);
+  hand();
 }
 
 template <class T>
@@ -199,18 +182,17 @@ void PBParser::bytesRun(Run& run) {
 void PBParser::scalarRun(Run& run) {
   switch (run.entry.type) {
     case NVXx_PBType::Bool:
-      return varintRun<uint8_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v) != 0; });
+      return varintRun<uint32_t>(run, [](uint32_t v) { return static_cast<uint8_t>(v != 0); });
     case NVXx_PBType::Int32:
     case NVXx_PBType::UInt32:
-      return varintRun<uint32_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v); });
+      return varintRun<uint32_t>(run, [](uint32_t v) { return v; });
     case NVXx_PBType::SInt32:
-      return varintRun<int32_t>(run,
-                                [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
+      return varintRun<uint32_t>(run, &NVXx_PBDecodeZigZag32);
     case NVXx_PBType::Int64:
     case NVXx_PBType::UInt64:
       return varintRun<uint64_t>(run, [](uint64_t v) { return v; });
     case NVXx_PBType::SInt64:
-      return varintRun<int64_t>(run, [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
+      return varintRun<uint64_t>(run, &NVXx_PBDecodeZigZag64);
     case NVXx_PBType::Enum:
       return enumRun(run);
     case NVXx_PBType::Fixed32:
@@ -292,52 +274,6 @@ void PBParser::plainElement(const PBEntry& entry, Message& message, Array& array
   addScalar(array, value);
 }
 
-namespace {
-
-// Varints that lie in [p, end), `count` of them, whose last byte ends the last one. False for one of more
-// than ten bytes.
-template <class T, class Decode>
-bool decodeRun(const uint8_t* p, const uint8_t* end, const uint8_t* readable, T* out, uint32_t count,
-               Decode decode) {
-  T* const outEnd = out + count;
-  while (end - p >= kPBWindow && readable - p >= kPBWindowReads) {
-    uint64_t mask = pbTerminators(p);
-    if (!mask) return false;
-    uint32_t start = 0;
-    do {
-      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
-      uint64_t value;
-      if (!pbVarintOf(p + start, last + 1 - start, value)) return false;
-      *out++ = decode(value);
-      start = last + 1;
-      mask &= mask - 1;
-    } while (mask);
-    p += start;
-  }
-  while (out < outEnd) {
-    uint64_t value = *p++;
-    if (value >= 0x80) {
-      const uint64_t second = *p++;
-      value = (value & 0x7F) | second << 7;
-      if (second >= 0x80) {
-        value &= 0x3FFF;
-        int shift = 14;
-        for (;;) {
-          const uint64_t byte = *p++;
-          value |= (byte & 0x7F) << shift;
-          if (byte < 0x80) break;
-          shift += 7;
-          if (shift > 63) return false;
-        }
-      }
-    }
-    *out++ = decode(value);
-  }
-  return p == end;
-}
-
-}  // namespace
-
 bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end) {
   const PBArrayValueType valueType = NVXx_PBArrayValueTypeForPBType(entry.type);
   const uint32_t size = pbElementSize(valueType);
@@ -358,28 +294,21 @@ bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_
   if (array.delegate()) return false;
   void* out = PBArrayAccess::reserve(array, count);
   const uint8_t* const readable = _stream._bytes + _stream._bufferSize;
-  bool isRegular = false;
-  switch (entry.type) {
-    case NVXx_PBType::Bool:
-      isRegular = decodeRun(p, end, readable, static_cast<uint8_t*>(out), count,
-                            [](uint64_t v) { return static_cast<uint8_t>(static_cast<uint32_t>(v) != 0); });
-      break;
-    case NVXx_PBType::SInt32:
-      isRegular = decodeRun(p, end, readable, static_cast<int32_t*>(out), count,
-                            [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
-      break;
-    case NVXx_PBType::Int32:
-    case NVXx_PBType::UInt32:
-      isRegular = decodeRun(p, end, readable, static_cast<uint32_t*>(out), count,
-                            [](uint64_t v) { return static_cast<uint32_t>(v); });
-      break;
-    case NVXx_PBType::SInt64:
-      isRegular = decodeRun(p, end, readable, static_cast<int64_t*>(out), count,
-                            [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
-      break;
-    default:
-      isRegular =
-          decodeRun(p, end, readable, static_cast<uint64_t*>(out), count, [](uint64_t v) { return v; });
+  bool isRegular;
+  if (entry.type == NVXx_PBType::Bool) {
+    std::vector<uint32_t> words(count);
+    isRegular = pbReadPacked(p, end, readable, words.data(), count);
+    std::transform(words.begin(), words.end(), static_cast<uint8_t*>(out), [](uint32_t v) { return v != 0; });
+  } else if (size == 4) {
+    auto* words = static_cast<uint32_t*>(out);
+    isRegular = pbReadPacked(p, end, readable, words, count);
+    if (entry.type == NVXx_PBType::SInt32)
+      std::transform(words, words + count, words, &NVXx_PBDecodeZigZag32);
+  } else {
+    auto* words = static_cast<uint64_t*>(out);
+    isRegular = pbReadPacked(p, end, readable, words, count);
+    if (entry.type == NVXx_PBType::SInt64)
+      std::transform(words, words + count, words, &NVXx_PBDecodeZigZag64);
   }
   if (!isRegular) return false;
   ready(entry, message, array);

@@ -18,8 +18,10 @@ namespace {
 constexpr ptrdiff_t kReach = 12;
 
 inline bool isText(const uint8_t* bytes, uint32_t length, const uint8_t* readable) {
-  if (length < kPBWindow && readable - bytes >= kPBWindow &&
-      !(~pbTerminators(bytes) & ((uint64_t{1} << length) - 1))) {
+  if (length <= 32 && readable - bytes >= 32) {
+    if (!(pbContinued32(bytes) & ((uint64_t{1} << length) - 1))) return true;
+  } else if (length < kPBWindow && readable - bytes >= kPBWindow &&
+             !(~pbTerminators(bytes) & ((uint64_t{1} << length) - 1))) {
     return true;
   }
   return pbIsUTF8(bytes, length);
@@ -154,6 +156,17 @@ void PBParser::loop(Message& message, bool isFresh) {
           put(p);
           _stream._lastTag = static_cast<int32_t>(entry->tag);
           field(at, *entry);
+          p = get();
+          at.noticeMove(start, p);
+          if (p <= at.highest) [[unlikely]]
+            quick = nullptr;
+          continue;
+        case kPBOpUnknown:
+          if (tag == 0 || tag >= 0x4000 || p > end) break;
+          if (has) addHas(message, has);
+          put(p);
+          _stream._lastTag = static_cast<int32_t>(tag);
+          if (!unknown(message, tag)) return;
           p = get();
           at.noticeMove(start, p);
           if (p <= at.highest) [[unlikely]]

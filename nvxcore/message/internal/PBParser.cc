@@ -98,12 +98,18 @@ void PBParser::merge(Message& message, bool isFresh) { loop(message, isFresh); }
 
 void PBParser::readMessage(Message& message, bool isFresh) {
   const int32_t length = readLength();
-  _stream.enter();
-  const uint64_t oldLimit = _stream.pushLimit(static_cast<uint64_t>(int64_t{length}));
+  if (_stream._recursionDepth >= NVXx_PBCodedInputStream::kRecursionLimit) [[unlikely]]
+    _stream.enter();
+  const uint64_t oldLimit = _stream._currentLimit;
+  const uint64_t limit = _stream._bufferPos + static_cast<uint64_t>(int64_t{length});
+  if (limit > oldLimit) [[unlikely]]
+    _stream.pushLimit(static_cast<uint64_t>(int64_t{length}));
+  _stream._currentLimit = limit;
   {
     const Nested nested(*this, message);
     loop(message, isFresh);
-    _stream.checkLastTagWas(0);
+    if (_stream._lastTag) [[unlikely]]
+      _stream.checkLastTagWas(0);
   }
   _stream.popLimit(oldLimit);
 }
@@ -256,7 +262,7 @@ void PBParser::child(const PBEntry& entry, Message& message) {
     const Ref<Message> held(existing);
     return read(*existing, false);
   }
-  Guard made(*this, create(childClass, isGroup || existing ? 0 : comingSpan()));
+  Guard made(*this, create(childClass, _input || isGroup || existing ? 0 : comingSpan()));
   if (existing) (*made).mergeFrom(*existing);
   read(*made, !existing);
   if (Access::slot<Message>(message, entry.offset)) flushPins();

@@ -77,7 +77,7 @@ class PBParser {
   void childrenRun(Run& run);
   void packed(const PBEntry& entry, Message& message);
   bool packedAtOnce(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end);
-  template <class T, class Decode>
+  template <class Raw, class Decode>
   void varintRun(Run& run, Decode decode);
   template <class T>
   void addAll(const Run& run, const T* few, uint32_t count);

@@ -59,19 +59,13 @@ void PBMessageAccess::dropSharedBytes(Message& message, PBBlock* block) {
 
 PBReleaseWalk::~PBReleaseWalk() {
   run();
-  if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
-  if (_pins) DataAccess::drop(_input);
+  giveBack();
 }
 
-void PBReleaseWalk::unpin(PBBlock* input) {
-  if (_input == input) {
-    ++_pins;
-    return;
-  }
+void PBReleaseWalk::giveBack() {
   if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
   if (_pins) DataAccess::drop(_input);
-  _input = input;
-  _pins = 1;
+  _pins = 0;
 }
 
 void PBReleaseWalk::drop(NVXx_PBGeneratedMessage* message) {
@@ -127,8 +121,12 @@ void PBReleaseWalk::dropElements(NVXx_PBArray& array) {
 
 void PBReleaseWalk::letGo(NVXx_PBGeneratedMessage& message) {
   const PBClass& messageClass = PBMessageAccess::classOf(message);
-  for (uint32_t i = 0; i < messageClass.objectCount; ++i) {
-    const PBEntry& entry = messageClass.entries[messageClass.objects[i]];
+  for (uint32_t i = 0; i < messageClass.bytesCount; ++i) {
+    auto* block = PBMessageAccess::slot<PBBlock>(message, messageClass.bytesOffsets[i]);
+    if (block) PBMessageAccess::dropBytes(message, block);
+  }
+  for (uint32_t i = 0; i < messageClass.ownerCount; ++i) {
+    const PBEntry& entry = messageClass.entries[messageClass.owners[i]];
     void* object = PBMessageAccess::slot<void>(message, entry.offset);
     if (!object) continue;
     if (entry.isRepeated()) {
@@ -136,12 +134,10 @@ void PBReleaseWalk::letGo(NVXx_PBGeneratedMessage& message) {
       if (PBArrayAccess::messageDelegate(*array) == &message)
         PBArrayAccess::setMessageDelegate(*array, nullptr);
       dropArray(array);
-    } else if (entry.isMessage()) {
+    } else {
       auto* child = static_cast<NVXx_PBGeneratedMessage*>(object);
       if (!PBMessageAccess::has(message, entry.has)) child->clearAutocreator();
       drop(child);
-    } else {
-      PBMessageAccess::dropBytes(message, static_cast<PBBlock*>(object));
     }
   }
 }

@@ -35,6 +35,20 @@ inline uint64_t pbTerminators(const uint8_t* p) {
 #endif
 }
 
+/// Bit n: byte n of 32 has its highest bit.
+inline uint32_t pbContinued32(const uint8_t* p) {
+#if defined(__SSE2__)
+  const auto half = [](const uint8_t* from) {
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from))));
+  };
+  return half(p) | half(p + 16) << 16;
+#else
+  uint32_t continued = 0;
+  for (int i = 0; i < 32; ++i) continued |= static_cast<uint32_t>(p[i] >= 0x80) << i;
+  return continued;
+#endif
+}
+
 /// Bytes that end a varint.
 inline uint64_t pbCountVarints(const uint8_t* p, const uint8_t* end) {
   uint64_t count = 0;
@@ -100,12 +114,12 @@ inline bool pbWideVarint(const uint8_t*& p, uint64_t& value) {
   return p[-1] < 0x80;
 }
 
-/// Writes a varint of up to 32 bits where eight bytes may be written; answers the end.
-inline uint8_t* pbPutVarint32(uint8_t* p, uint32_t value) {
+/// Writes a varint of up to 56 bits where eight bytes may be written; answers the end.
+inline uint8_t* pbPutVarint(uint8_t* p, uint64_t value) {
   const auto bits = static_cast<uint32_t>(std::bit_width(value | 1));
   const uint32_t length = (bits * 9 + 64) / 64;
   uint64_t word = value;
-  word = (word & 0x0FFFFFFF) | (word & 0xF0000000) << 4;
+  word = (word & 0x0FFFFFFF) | (word & 0x00FFFFFFF0000000) << 4;
   word = (word & 0x00003FFF00003FFF) | (word & 0x0FFFC0000FFFC000) << 2;
   word = (word & 0x007F007F007F007F) | (word & 0x3F803F803F803F80) << 1;
   word |= 0x8080808080808080U & ((uint64_t{1} << (8 * (length - 1))) - 1);
