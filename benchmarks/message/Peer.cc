@@ -268,7 +268,7 @@ Reply makeReply(uint32_t seed) {
     e.url = "https://example.invalid/tiles/" + text(random, 20);
     e.code = 200;
     e.stamp = 1700000000000;
-    e.contentType = "application/octet-stream";
+    e.contentType = "image/png";
     e.body = text(random, 4096);
     reply.elements.push_back(std::move(e));
   }
@@ -277,49 +277,28 @@ Reply makeReply(uint32_t seed) {
 
 namespace {
 
-Node grow(std::mt19937& random, int level) {
+// What one level has below it, in turn: 1, 3, 6, 12, 18 and 36 nodes.
+constexpr size_t kChildren[6][2] = {{3, 3}, {2, 2}, {2, 2}, {2, 1}, {2, 2}, {0, 0}};
+
+Node grow(std::mt19937& random, size_t level, size_t turn) {
   Node node;
   node.name = "node-" + text(random, 6 + random() % 8);
   node.title = text(random, 10 + random() % 20);
   node.id = number(random);
-  const size_t values = 26 + random() % 30;
+  const size_t children = kChildren[level][turn % 2];
+  for (size_t i = 0; i < children; ++i) node.children.push_back(grow(random, level + 1, i));
+  if (children) return node;
+  const size_t values = 60 + random() % 50;
   for (size_t i = 0; i < values; ++i) node.packed.push_back(number(random));
   for (size_t i = 0; i < values; ++i) node.plain.push_back(number(random));
-  // 1 + 3 + 9 + 21 + 21 + 21 nodes.
-  const size_t children = level < 3 ? 3 : level < 6 ? 1 : 0;
-  if (level < 6) {
-    for (size_t i = 0; i < children; ++i) node.children.push_back(grow(random, level + 1));
-  }
   return node;
-}
-
-void cut(Node& node, size_t& left) {
-  --left;
-  std::vector<Node> kept;
-  for (Node& child : node.children) {
-    if (!left) break;
-    cut(child, left);
-    kept.push_back(std::move(child));
-  }
-  node.children = std::move(kept);
 }
 
 }  // namespace
 
 Node makeNode(uint32_t seed) {
   std::mt19937 random(seed);
-  Node node = grow(random, 1);
-  Node second = grow(random, 2);
-  Node third = grow(random, 2);
-  node.children.push_back(std::move(second));
-  node.children.push_back(std::move(third));
-  Node fourth = grow(random, 2);
-  node.children.push_back(std::move(fourth));
-  Node fifth = grow(random, 2);
-  node.children.push_back(std::move(fifth));
-  size_t left = 76;
-  cut(node, left);
-  return node;
+  return grow(random, 0, 0);
 }
 
 size_t countOf(const Node& node) {

@@ -1,75 +1,67 @@
 #include "benchmarks/message/Shapes.h"
 
-#include <cstddef>
+namespace shapes {
 
-namespace nvxcore {
+using namespace nvxcore;
+
+void fail(const char* what) {
+  std::fprintf(stderr, "contents differ: %s\n", what);
+  std::exit(1);
+}
+
 namespace {
 
-constexpr struct Tables {
-  PBFileHeader header;
-  PBMessageEntry messages[4];
-  PBFieldEntry fields[33];
-  PBSideEntry sides[3];
-  PBEnumEntry enums[1];
-  int32_t numbers[4];
-  char names[329];
-} kTables = {
-    {kPBTableFormat, 4, 1, 0, 0, 0, 33, 3, 4, 329, 0},
-    {{18, 0, 0, 20, 1, 0, 0, 128, 0},
-     {174, 20, 1, 2, 1, 0, 0, 16, 0},
-     {207, 22, 2, 5, 0, 0, 0, 40, 0},
-     {254, 27, 2, 6, 1, 0, 0, 56, 0}},
-    {{1, 0, 8, NVXx_PBType::Int32, 0},
-     {2, 1, 12, NVXx_PBType::Int32, 0},
-     {3, 2, 16, NVXx_PBType::UInt32, 0},
-     {4, 3, 40, NVXx_PBType::Int64, 0},
-     {5, 4, 48, NVXx_PBType::Int64, 0},
-     {6, 5, 56, NVXx_PBType::UInt64, 0},
-     {7, 6, 20, NVXx_PBType::SInt32, 0},
-     {8, 7, 64, NVXx_PBType::SInt64, 0},
-     {9, 8, 4, NVXx_PBType::Bool, 0},
-     {10, 9, 5, NVXx_PBType::Bool, 0},
-     {11, 10, 24, NVXx_PBType::Enum, PBFieldEnumDescriptor},
-     {12, 11, 28, NVXx_PBType::Fixed32, 0},
-     {13, 12, 72, NVXx_PBType::Fixed64, 0},
-     {14, 13, 32, NVXx_PBType::Float, 0},
-     {15, 14, 80, NVXx_PBType::Double, 0},
-     {16, 15, 88, NVXx_PBType::String, 0},
-     {17, 16, 96, NVXx_PBType::String, 0},
-     {18, 17, 104, NVXx_PBType::String, 0},
-     {19, 18, 112, NVXx_PBType::String, 0},
-     {20, 19, 120, NVXx_PBType::Data, 0},
-     {1, 0, 8, NVXx_PBType::Message, PBFieldRepeated},
-     {2, 1, 4, NVXx_PBType::Int32, 0},
-     {1, 0, 8, NVXx_PBType::String, 0},
-     {2, 1, 4, NVXx_PBType::Int32, 0},
-     {3, 2, 16, NVXx_PBType::Fixed64, 0},
-     {4, 3, 24, NVXx_PBType::String, 0},
-     {5, 4, 32, NVXx_PBType::Data, 0},
-     {1, 0, 8, NVXx_PBType::String, 0},
-     {2, 1, 16, NVXx_PBType::Int64, 0},
-     {3, 2, 24, NVXx_PBType::Int32, PBFieldRepeated | PBFieldPacked},
-     {4, 3, 32, NVXx_PBType::Int32, PBFieldRepeated},
-     {5, 4, 40, NVXx_PBType::Message, PBFieldRepeated},
-     {6, 5, 48, NVXx_PBType::String, 0}},
-    {{10, PBSideEnum, 0}, {0, PBSideClass, 2}, {4, PBSideClass, 3}},
-    {{314, 0, PBNone, 4, 0, PBEnumHasNames, 0}},
-    {0, 1, 2, 3},
-    "NVXx_BMShapesRoot\0"
-    "NVXx_"
-    "BMEvent\0value1\0value2\0value3\0value4\0value5\0value6\0value7\0value8\0value9\0value10\0value11\0value"
-    "12\0value13\0value14\0value15\0text1\0text2\0text3\0text4\0payload\0"
-    "NVXx_BMReply\0elementArray\0status\0"
-    "NVXx_BMElement\0url\0code\0stamp\0contentType\0body\0"
-    "NVXx_BMNode\0name\0id\0packedArray\0plainArray\0childArray\0title\0"
-    "BMKind\0A\0B\0C\0D",
-};
-static_assert(offsetof(Tables, names) == PBNamesOffset(kTables.header));
-
-constinit PBFile file_;
+bool same(const NVXx_BMNode& node, const peer::Node& other) {
+  if (node.name() != other.name || node.title() != other.title || node.key() != other.id) return false;
+  if (node.packedArray().count() != other.packed.size() || node.plainArray().count() != other.plain.size() ||
+      node.childArray().count() != other.children.size()) {
+    return false;
+  }
+  for (size_t i = 0; i < other.packed.size(); ++i) {
+    if (node.packedArray().int32AtIndex(i) != other.packed[i]) return false;
+  }
+  for (size_t i = 0; i < other.plain.size(); ++i) {
+    if (node.plainArray().int32AtIndex(i) != other.plain[i]) return false;
+  }
+  for (size_t i = 0; i < other.children.size(); ++i) {
+    if (!same(node.childArray().messageAtIndex<NVXx_BMNode>(i), other.children[i])) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
-const PBFile& NVXx_BMShapesRoot::file() { return file_.opened(&kTables.header, nullptr); }
+const EventShape& events(bool isMixed) {
+  static const auto make = [](uint32_t count, bool mixed) {
+    auto* shape = new EventShape;
+    for (uint32_t i = 0; i < count; ++i) shape->add(peer::makeEvent(i + 1, mixed));
+    return shape;
+  };
+  static const EventShape* const shapes[2] = {make(1, false), make(256, true)};
+  return *shapes[isMixed];
+}
 
-}  // namespace nvxcore
+const ReplyShape& replies() {
+  static const ReplyShape* const shape = [] {
+    auto* made = new ReplyShape;
+    made->add(peer::makeReply(1));
+    return made;
+  }();
+  return *shape;
+}
+
+const TreeShape& trees(bool isMixed) {
+  static const auto make = [](uint32_t count) {
+    auto* shape = new TreeShape;
+    for (uint32_t i = 0; i < count; ++i) {
+      shape->add(peer::makeNode(i + 1));
+      // Reading fills no array that wasn't there: what is measured stays as it was parsed.
+      if (!same(*shape->messages.back()->deepCopy(), shape->structs.back())) fail("tree");
+    }
+    return shape;
+  };
+  static const TreeShape* const shapes[2] = {make(1), make(64)};
+  return *shapes[isMixed];
+}
+
+}  // namespace shapes

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 
 namespace nvxcore {
 

@@ -41,7 +41,7 @@ NVXx_PBGeneratedMessage* parsed(const PBClass& messageClass, NVXx_PBCodedInputSt
                                 const NVXx_PBExtensionRegistry* registry, bool isWhole) {
   Ref<NVXx_PBGeneratedMessage> message;
   PBParser parser(stream, registry, true);
-  message = Ref<NVXx_PBGeneratedMessage>::adopt(parser.create(messageClass));
+  message = Ref<NVXx_PBGeneratedMessage>::adopt(parser.create(messageClass, parser.left()));
   parser.merge(*message, true);
   if (isWhole) {
     stream.checkLastTagWas(0);

@@ -36,15 +36,6 @@ NVXx_PBGeneratedMessage* PBMessageAccess::create(const PBClass& messageClass) {
   return message;
 }
 
-NVXx_PBGeneratedMessage* PBMessageAccess::createParsed(const PBClass& messageClass, PBBlock* input) {
-  void* memory = BlockPool::allocate(messageClass.parsedSize);
-  auto* message = ::new (memory) NVXx_PBGeneratedMessage(messageClass);
-  message->_block.store(1 | kHasSlices, std::memory_order_relaxed);
-  std::memset(message->pb_storage(), 0, messageClass.storageSize);
-  std::memcpy(message->pb_storage() + messageClass.storageSize, &input, sizeof input);
-  return message;
-}
-
 NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_new(const PBClass& messageClass) {
   return Access::create(messageClass);
 }

@@ -6,9 +6,9 @@
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Queue.h"
 #include "nvxcore/platform/Threading.h"
-#include "nvxcore/platform/internal/BlockPool.h"
 #include "nvxcore/platform/internal/Deadline.h"
 #include "nvxcore/platform/internal/Fault.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/internal/WorkerPool.h"
 
 namespace nvxcore {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Value.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 
 namespace nvxcore {
 

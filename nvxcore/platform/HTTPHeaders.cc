@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 
 namespace nvxcore {
 

@@ -1,5 +1,5 @@
 #include "nvxcore/platform/URLResponse.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 
 #include <charconv>
 #include <utility>

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Files.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/NVXx_HTKSessionFetcherFields.h"
 

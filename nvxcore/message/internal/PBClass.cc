@@ -128,6 +128,17 @@ Data PBFileAccess::block(const Tables& tables, uint32_t reference) {
   return Data::copy(block.bytes, block.length);
 }
 
+namespace {
+
+// A list for as long as the process lives.
+std::pair<const uint16_t*, uint32_t> kept(const std::vector<uint16_t>& list) {
+  auto* copy = new uint16_t[list.size()];
+  std::copy(list.begin(), list.end(), copy);
+  return {copy, static_cast<uint32_t>(list.size())};
+}
+
+}  // namespace
+
 PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
   const PBFileHeader& header = PBFileAccess::header(file);
   const Tables tables(header);
@@ -142,14 +153,17 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
   result->ranges = tables.ranges + message.firstRange;
   result->rangeCount = message.rangeCount;
 
-  // One more, of a tag that never comes, ends the list.
-  auto* entries = new PBEntry[message.fieldCount + 1]();
+  // One more before the first, of a tag that never comes.
+  auto* entries = new PBEntry[message.fieldCount + 1]() + 1;
+  entries[-1].op = kPBOpUnknown;
+  auto* byTag = new uint8_t[0x80]();
   auto* infos = new PBFieldInfo[message.fieldCount];
   std::vector<uint16_t> objects;
+  std::vector<uint16_t> bytesOffsets;
+  std::vector<uint16_t> owners;
   const PBSideEntry* side = tables.sides + message.firstSide;
   const PBSideEntry* sideEnd = side + message.sideCount;
   const char* name = tables.names + message.names;
-  uint32_t slices = 0;
   uint32_t largestDirect = 0;
   for (uint32_t i = 0; i < message.fieldCount; ++i) {
     const PBFieldEntry& field = tables.fields[message.firstField + i];
@@ -203,22 +217,28 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
     entry.has = field.hasIndex;
     entry.type = field.type;
     entry.flags = field.flags;
-    entry.op = static_cast<uint8_t>(static_cast<int>(field.type) + (packed               ? 2 * kPBTypeCount
-                                                                    : entry.isRepeated() ? kPBTypeCount
-                                                                                         : 0));
+    // Presence is kept in a word while scalars, strings and data are read.
+    const bool isSlow = entry.isRepeated() || entry.isMessage() || entry.has >= 64;
+    entry.op = isSlow ? kPBOpSlow : static_cast<uint8_t>(field.type);
+    if (entry.tagSize == 1) byTag[entry.tag] = static_cast<uint8_t>(i + 1);
+    result->hasChildren |= entry.isMessage();
     if (entry.isObject()) {
       objects.push_back(static_cast<uint16_t>(i));
+      if (entry.isRepeated() || entry.isMessage()) {
+        owners.push_back(static_cast<uint16_t>(i));
+      } else {
+        bytesOffsets.push_back(entry.offset);
+      }
     } else {
       result->scalarBound += entry.tagSize + 10U;
     }
-    if (!entry.isRepeated() && (field.type == NVXx_PBType::String || field.type == NVXx_PBType::Data))
-      ++slices;
     // Numbers that lie close together are found in a table.
     if (number <= 32 || number <= 4 * (i + 1)) largestDirect = number;
   }
   if (side < sideEnd && side->kind == PBSideTextFormat) result->textFormat = tables.bytes + side->value;
 
   result->entries = entries;
+  result->byTag = byTag;
   result->infos = infos;
   if (message.fieldCount && largestDirect) {
     auto* direct = new uint16_t[largestDirect + 1]();
@@ -228,14 +248,23 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
     result->direct = direct;
     result->directCount = largestDirect + 1;
   }
-  auto* objectList = new uint16_t[objects.size() + 1];
-  std::copy(objects.begin(), objects.end(), objectList);
-  result->objects = objectList;
-  result->objectCount = static_cast<uint32_t>(objects.size());
+  if (message.fieldCount) {
+    const PBEntry* const last = entries + message.fieldCount;
+    const auto outOfOrder = [](const PBEntry& a, const PBEntry& b) { return a.has >= b.has; };
+    if (std::adjacent_find(result->entries, last, outOfOrder) == last) {
+      result->hasWords = last[-1].has / 32U + 1;
+      auto* byHas = new uint16_t[result->hasWords * size_t{32}]();
+      for (uint32_t i = 0; i < message.fieldCount; ++i) byHas[entries[i].has] = static_cast<uint16_t>(i);
+      result->byHas = byHas;
+    }
+  }
+  std::tie(result->objects, result->objectCount) = kept(objects);
+  std::tie(result->bytesOffsets, result->bytesCount) = kept(bytesOffsets);
+  std::tie(result->owners, result->ownerCount) = kept(owners);
   result->plainSize = static_cast<uint32_t>(sizeof(NVXx_PBGeneratedMessage)) + message.storageSize;
-  result->sliceCount = std::min(slices, kMostSlices);
+  result->sliceCount = std::min(result->bytesCount, kMostSlices);
   result->parsedSize = result->plainSize;
-  if (slices) {
+  if (result->sliceCount) {
     result->parsedSize +=
         static_cast<uint32_t>(sizeof(void*) + result->sliceCount * sizeof(DataAccess::Block));
   }

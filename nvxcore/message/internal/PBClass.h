@@ -24,7 +24,7 @@ struct PBEntry {
   uint16_t has;
   NVXx_PBType type;
   uint8_t flags;    // PBField…
-  uint8_t op;       // the type, plus 18 for repeated fields, plus 36 for packed ones
+  uint8_t op;       // what the parser's loop does: the type of what it reads itself, or one of kPBOp…
   uint8_t tagSize;  // bytes of the encoded tag
 
   uint32_t number() const { return tag >> 3; }
@@ -34,6 +34,9 @@ struct PBEntry {
   bool isMessage() const { return NVXx_PBTypeIsMessage(type); }
 };
 static_assert(sizeof(PBEntry) == 16);
+
+inline constexpr uint8_t kPBOpSlow = kPBTypeCount;         // a field that is read elsewhere
+inline constexpr uint8_t kPBOpUnknown = kPBTypeCount + 1;  // no field
 
 /// The rest that is known of a field.
 struct PBFieldInfo {
@@ -63,7 +66,8 @@ struct PBFieldInfo {
 
 /// A message class at run time: built at first use, kept for the life of the process.
 struct PBClass {
-  const PBEntry* entries = nullptr;
+  const PBEntry* entries = nullptr;  // there is one before the first, that stands for no field
+  const uint8_t* byTag = nullptr;    // the index + 1 of the field of each tag of one byte, 0 for none
   uint32_t fieldCount = 0;
   uint32_t directCount = 0;          // numbers that `direct` covers
   const uint16_t* direct = nullptr;  // the index + 1 of the field with a number, 0 for none
@@ -72,8 +76,16 @@ struct PBClass {
   uint32_t plainSize = 0;   // bytes of a message with its header
   uint32_t parsedSize = 0;  // with the room for slices that a parsed one has
   uint32_t sliceCount = 0;
+  bool hasChildren = false;           // fields of messages or groups
   const uint16_t* objects = nullptr;  // indexes of the fields whose slot is a reference
   uint32_t objectCount = 0;
+  const uint16_t* bytesOffsets = nullptr;  // of the slots of singular strings and data
+  uint32_t bytesCount = 0;
+  const uint16_t* owners = nullptr;  // indexes of the fields with other references
+  uint32_t ownerCount = 0;
+  // The indexes of the fields by their has-index, where these are in the order of the fields; else null.
+  const uint16_t* byHas = nullptr;
+  uint32_t hasWords = 0;
   uint32_t scalarBound = 0;  // bytes that all singular scalars take at most
   bool isMessageSet = false;
   const PBRangeEntry* ranges = nullptr;

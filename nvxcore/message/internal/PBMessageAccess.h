@@ -13,6 +13,7 @@
 #include "nvxcore/message/internal/PBArrayAccess.h"
 #include "nvxcore/message/internal/PBBytes.h"
 #include "nvxcore/message/internal/PBClass.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -46,6 +47,13 @@ struct PBMessageAccess {
   static void setHas(Message& message, uint32_t index) {
     message.pb_words()[index >> 5] |= uint32_t{1} << (index & 31);
   }
+  static uint32_t hasWord(const Message& message, uint32_t index) { return message.pb_words()[index]; }
+  /// For indexes below 64, as bits.
+  static void addHas(Message& message, uint64_t bits) {
+    uint32_t* words = message.pb_words();
+    if (const auto low = static_cast<uint32_t>(bits)) words[0] |= low;
+    if (const auto high = static_cast<uint32_t>(bits >> 32)) words[1] |= high;
+  }
   static void clearHas(Message& message, uint32_t index) {
     message.pb_words()[index >> 5] &= ~(uint32_t{1} << (index & 31));
   }
@@ -78,8 +86,27 @@ struct PBMessageAccess {
   }
 
   static Message* create(const PBClass& messageClass);
-  /// With room for slices of the input behind the storage, whose pin the caller counts.
-  static Message* createParsed(const PBClass& messageClass, PBBlock* input);
+  /// With room for slices behind the storage: of the input, whose pin the caller counts, or, without one, of
+  /// `room` bytes behind them.
+  static Message* createParsed(const PBClass& messageClass, PBBlock* input, uint32_t room) {
+    void* memory = BlockPool::allocate(size_t{messageClass.parsedSize} + room);
+    auto* message = ::new (memory) Message(messageClass);
+    message->_block.store(1 | kHasSlices, std::memory_order_relaxed);
+    std::memset(message->pb_storage(), 0, messageClass.storageSize);
+    const uintptr_t backing = input ? reinterpret_cast<uintptr_t>(input) : uintptr_t{room} << 1 | 1;
+    std::memcpy(message->pb_storage() + messageClass.storageSize, &backing, sizeof backing);
+    return message;
+  }
+  /// Of a message with slices: the input, or twice the room plus one.
+  static uintptr_t backing(const Message& message) {
+    uintptr_t word;
+    std::memcpy(&word, reinterpret_cast<const char*>(&message) + message._class->plainSize, sizeof word);
+    return word;
+  }
+  static uint32_t roomBehind(const Message& message) {
+    const uintptr_t word = backing(message);
+    return word & 1 ? static_cast<uint32_t>(word >> 1) : 0;
+  }
   static bool hasSlices(const Message& message) {
     return message._block.load(std::memory_order_relaxed) & kHasSlices;
   }

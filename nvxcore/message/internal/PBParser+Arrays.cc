@@ -1,8 +1,10 @@
 #include <algorithm>
-#include <bit>
 #include <cstring>
+#include <type_traits>
+#include <vector>
 
 #include "nvxcore/message/internal/PBParser.h"
+#include "nvxcore/message/internal/PBRuns.h"
 #include "nvxcore/message/internal/PBVarints.h"
 
 // Repeated fields: a run of one field at a time.
@@ -29,13 +31,17 @@ inline void PBParser::ready(const PBEntry& entry, Message& message, Array& array
 
 /// True, with the position behind the tag, when the field's tag comes again in its shortest form.
 inline bool PBParser::Run::goesOn() {
+  if (p <= tagStart) [[unlikely]] {  // moved back
+    highest = std::max(highest, tagStart);
+    return false;
+  }
   if (p <= highest || end - p < entry.tagSize) return false;
   if (entry.tagSize == 1) {
     if (*p != entry.encodedTag) return false;
   } else if (entry.tagSize > 4 || std::memcmp(p, &entry.encodedTag, entry.tagSize) != 0) {
     return false;
   }
-  highest = p;
+  tagStart = p;
   p += entry.tagSize;
   return true;
 }
@@ -46,8 +52,9 @@ void PBParser::childrenRun(Run& run) {
       Access::classOf(run.message).infos[&entry - Access::classOf(run.message).entries].messageClass();
   do {
     put(run.p);
-    Guard made(*this, create(childClass));
-    if (entry.type == NVXx_PBType::Group) {
+    const bool isGroup = entry.type == NVXx_PBType::Group;
+    Guard made(*this, create(childClass, _input || isGroup ? 0 : comingSpan()));
+    if (isGroup) {
       readGroup(entry.number(), *made, true);
     } else {
       readMessage(*made, true);
@@ -63,47 +70,68 @@ void PBParser::childrenRun(Run& run) {
 
 // Repeated scalars.
 
-// Elements of a tag of one byte and a varint each, while whole windows of them lie ahead.
-template <class T, class Decode>
-void PBParser::taggedWindows(Run& run, Array& array, Decode decode) {
-  const auto tag = static_cast<uint8_t>(run.entry.encodedTag);
-  while (run.end - run.p >= kPBWindowReads && *run.p == tag) {
-    if (array.delegate()) return;
-    uint64_t mask = pbTerminators(run.p);
-    const uint8_t* const base = run.p;
-    T* const first = static_cast<T*>(PBArrayAccess::reserve(array, kPBWindow / 2));
-    T* out = first;
-    uint32_t start = 0;
-    while (start < kPBWindow && base[start] == tag) {
-      mask &= mask - 1;
-      if (!mask) break;
-      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
-      uint64_t value;
-      if (!pbVarintOf(base + start + 1, last - start, value)) break;
-      mask &= mask - 1;
-      *out++ = decode(value);
-      run.highest = base + start;
-      start = last + 1;
-    }
-    PBArrayAccess::addedOneByOne(array, static_cast<uint32_t>(out - first));
-    run.p = base + start;
-    // Nothing that fits a window, or the end of the run.
-    if (out == first) return;
+namespace {
+
+// Elements that are not in their array yet: it is made, or grown, once for many.
+constexpr uint32_t kFew = 256;
+
+}  // namespace
+
+template <class T>
+void PBParser::addAll(const Run& run, const T* few, uint32_t count) {
+  if (!count) return;
+  Array& array = arrayOf(run.entry, run.message, count);
+  ready(run.entry, run.message, array);
+  if (array.delegate()) {  // one that is told of each element
+    for (uint32_t i = 0; i < count; ++i) PBArrayAccess::add<T>(array, few[i]);
+    return;
   }
+  std::memcpy(PBArrayAccess::reserve(array, count), few, count * sizeof(T));
+  PBArrayAccess::addedOneByOne(array, count);
 }
 
-template <class T, class Decode>
+// Values come as words of 32 or 64 bits, and are decoded when their array gets them.
+template <class Raw, class Decode>
 void PBParser::varintRun(Run& run, Decode decode) {
-  const uint8_t* const end = run.end;
-  Array& array = arrayOf(run.entry, run.message, end - run.p >= kPBWindow ? kPBWindow / 2 : 4);
+  using T = decltype(decode(Raw()));
+  Raw few[kFew];
+  uint32_t count = 0;
+  const auto hand = [&] {
+    if constexpr (std::is_same_v<T, Raw>) {
+      addAll(run, few, count);
+    } else {
+      T decoded[kFew];
+      std::transform(few, few + count, decoded, decode);
+      addAll(run, decoded, count);
+    }
+    count = 0;
+  };
+  const uint8_t* const roomy =
+      _stream._bytes + _stream._bufferSize - std::min<uint64_t>(10, _stream._bufferSize);
   do {
+    if (count == kFew) hand();
+    uint64_t value;
     const uint8_t* p = run.p;
-    NVX_PB_VARINT(value, sizeof(T) < 8)
-    run.p = p;
-    ready(run.entry, run.message, array);
-    PBArrayAccess::add<T>(array, decode(value));
-    if (run.entry.tagSize == 1 && p > run.highest) taggedWindows<T>(run, array, decode);
+    if (run.end - p >= 2 && p[0] < 0x80) {
+      value = p[0];
+      run.p = p + 1;
+    } else if (p < roomy && pbWideVarint(p, value) && p <= run.end) {
+      run.p = p;
+    } else {
+      // This may fail; what came before is there then.
+      hand();
+      put(run.p);
+      value = sizeof(Raw) < 8 ? _stream.readUInt32() : _stream.readUInt64();
+      run.p = get();
+    }
+    few[count++] = static_cast<Raw>(value);
+    if (run.entry.tagSize == 1 && run.p > run.highest && kFew - count >= kPBWindow) {
+      uint32_t room = kFew - count;
+      run.p = pbReadTagged(run.p, run.end, static_cast<uint8_t>(run.entry.encodedTag), few + count, room);
+      count = kFew - room;
+    }
   } while (run.goesOn());
+  hand();
 }
 
 template <class T>
@@ -154,18 +182,17 @@ void PBParser::bytesRun(Run& run) {
 void PBParser::scalarRun(Run& run) {
   switch (run.entry.type) {
     case NVXx_PBType::Bool:
-      return varintRun<uint8_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v) != 0; });
+      return varintRun<uint32_t>(run, [](uint32_t v) { return static_cast<uint8_t>(v != 0); });
     case NVXx_PBType::Int32:
     case NVXx_PBType::UInt32:
-      return varintRun<uint32_t>(run, [](uint64_t v) { return static_cast<uint32_t>(v); });
+      return varintRun<uint32_t>(run, [](uint32_t v) { return v; });
     case NVXx_PBType::SInt32:
-      return varintRun<int32_t>(run,
-                                [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
+      return varintRun<uint32_t>(run, &NVXx_PBDecodeZigZag32);
     case NVXx_PBType::Int64:
     case NVXx_PBType::UInt64:
       return varintRun<uint64_t>(run, [](uint64_t v) { return v; });
     case NVXx_PBType::SInt64:
-      return varintRun<int64_t>(run, [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
+      return varintRun<uint64_t>(run, &NVXx_PBDecodeZigZag64);
     case NVXx_PBType::Enum:
       return enumRun(run);
     case NVXx_PBType::Fixed32:
@@ -247,52 +274,6 @@ void PBParser::plainElement(const PBEntry& entry, Message& message, Array& array
   addScalar(array, value);
 }
 
-namespace {
-
-// Varints that lie in [p, end), `count` of them, whose last byte ends the last one. False for one of more
-// than ten bytes.
-template <class T, class Decode>
-bool decodeRun(const uint8_t* p, const uint8_t* end, const uint8_t* readable, T* out, uint32_t count,
-               Decode decode) {
-  T* const outEnd = out + count;
-  while (end - p >= kPBWindow && readable - p >= kPBWindowReads) {
-    uint64_t mask = pbTerminators(p);
-    if (!mask) return false;
-    uint32_t start = 0;
-    do {
-      const auto last = static_cast<uint32_t>(std::countr_zero(mask));
-      uint64_t value;
-      if (!pbVarintOf(p + start, last + 1 - start, value)) return false;
-      *out++ = decode(value);
-      start = last + 1;
-      mask &= mask - 1;
-    } while (mask);
-    p += start;
-  }
-  while (out < outEnd) {
-    uint64_t value = *p++;
-    if (value >= 0x80) {
-      const uint64_t second = *p++;
-      value = (value & 0x7F) | second << 7;
-      if (second >= 0x80) {
-        value &= 0x3FFF;
-        int shift = 14;
-        for (;;) {
-          const uint64_t byte = *p++;
-          value |= (byte & 0x7F) << shift;
-          if (byte < 0x80) break;
-          shift += 7;
-          if (shift > 63) return false;
-        }
-      }
-    }
-    *out++ = decode(value);
-  }
-  return p == end;
-}
-
-}  // namespace
-
 bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end) {
   const PBArrayValueType valueType = NVXx_PBArrayValueTypeForPBType(entry.type);
   const uint32_t size = pbElementSize(valueType);
@@ -308,33 +289,26 @@ bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_
     return true;
   }
   if (entry.type == NVXx_PBType::Enum || end[-1] >= 0x80) return false;
-  const auto count = static_cast<uint32_t>(std::count_if(p, end, [](uint8_t byte) { return byte < 0x80; }));
+  const auto count = static_cast<uint32_t>(pbCountVarints(p, end));
   Array& array = arrayOf(entry, message, count);
   if (array.delegate()) return false;
   void* out = PBArrayAccess::reserve(array, count);
   const uint8_t* const readable = _stream._bytes + _stream._bufferSize;
-  bool isRegular = false;
-  switch (entry.type) {
-    case NVXx_PBType::Bool:
-      isRegular = decodeRun(p, end, readable, static_cast<uint8_t*>(out), count,
-                            [](uint64_t v) { return static_cast<uint8_t>(static_cast<uint32_t>(v) != 0); });
-      break;
-    case NVXx_PBType::SInt32:
-      isRegular = decodeRun(p, end, readable, static_cast<int32_t*>(out), count,
-                            [](uint64_t v) { return NVXx_PBDecodeZigZag32(static_cast<uint32_t>(v)); });
-      break;
-    case NVXx_PBType::Int32:
-    case NVXx_PBType::UInt32:
-      isRegular = decodeRun(p, end, readable, static_cast<uint32_t*>(out), count,
-                            [](uint64_t v) { return static_cast<uint32_t>(v); });
-      break;
-    case NVXx_PBType::SInt64:
-      isRegular = decodeRun(p, end, readable, static_cast<int64_t*>(out), count,
-                            [](uint64_t v) { return NVXx_PBDecodeZigZag64(v); });
-      break;
-    default:
-      isRegular =
-          decodeRun(p, end, readable, static_cast<uint64_t*>(out), count, [](uint64_t v) { return v; });
+  bool isRegular;
+  if (entry.type == NVXx_PBType::Bool) {
+    std::vector<uint32_t> words(count);
+    isRegular = pbReadPacked(p, end, readable, words.data(), count);
+    std::transform(words.begin(), words.end(), static_cast<uint8_t*>(out), [](uint32_t v) { return v != 0; });
+  } else if (size == 4) {
+    auto* words = static_cast<uint32_t*>(out);
+    isRegular = pbReadPacked(p, end, readable, words, count);
+    if (entry.type == NVXx_PBType::SInt32)
+      std::transform(words, words + count, words, &NVXx_PBDecodeZigZag32);
+  } else {
+    auto* words = static_cast<uint64_t*>(out);
+    isRegular = pbReadPacked(p, end, readable, words, count);
+    if (entry.type == NVXx_PBType::SInt64)
+      std::transform(words, words + count, words, &NVXx_PBDecodeZigZag64);
   }
   if (!isRegular) return false;
   ready(entry, message, array);
@@ -344,7 +318,7 @@ bool PBParser::packedAtOnce(const PBEntry& entry, Message& message, const uint8_
 
 void PBParser::packed(const PBEntry& entry, Message& message) {
   const uint64_t before = _stream._bufferPos;
-  const int32_t length = _stream.readInt32();
+  const int32_t length = readLength();
   const uint8_t* p = get();
   const uint8_t* const end = endOf();
   if (length > 0 && length <= end - p && packedAtOnce(entry, message, p, p + length)) {

@@ -5,62 +5,11 @@
 
 #include "nvxcore/message/NVXx_PBExtensionRegistry.h"
 #include "nvxcore/message/internal/PBReflection.h"
-#include "nvxcore/message/internal/PBVarints.h"
 #include "nvxcore/platform/Exception.h"
 
 namespace nvxcore {
 
 using Access = PBMessageAccess;
-
-namespace {
-
-// A varint of which ten bytes are there; null where it is longer.
-inline const uint8_t* unrolledVarint(const uint8_t* p, uint64_t& value) {
-  uint64_t byte = p[0];
-  uint64_t result = byte & 0x7F;
-#define NVX_PB_STEP(i)                  \
-  byte = p[i];                          \
-  result |= (byte & 0x7F) << (7 * (i)); \
-  if (byte < 0x80) {                    \
-    value = result;                     \
-    return p + (i) + 1;                 \
-  }
-  NVX_PB_STEP(1)
-  NVX_PB_STEP(2)
-  NVX_PB_STEP(3)
-  NVX_PB_STEP(4)
-  NVX_PB_STEP(5)
-  NVX_PB_STEP(6)
-  NVX_PB_STEP(7)
-  NVX_PB_STEP(8)
-  NVX_PB_STEP(9)
-#undef NVX_PB_STEP
-  return nullptr;
-}
-
-inline bool isText(const uint8_t* bytes, size_t length, const uint8_t* end) {
-  if (length <= 8 && end - bytes >= 8) {
-    uint64_t word;
-    std::memcpy(&word, bytes, 8);
-    const uint64_t mask = length ? ~uint64_t{0} >> (64 - 8 * length) : 0;
-    if (!(word & mask & 0x8080808080808080)) return true;
-  }
-  if (length > 8 && length <= 32) {
-    uint64_t all = 0;
-    size_t i = 0;
-    for (; i + 8 <= length; i += 8) {
-      uint64_t word;
-      std::memcpy(&word, bytes + i, 8);
-      all |= word;
-    }
-    uint64_t last;
-    std::memcpy(&last, bytes + length - 8, 8);
-    if (!((all | last) & 0x8080808080808080)) return true;
-  }
-  return pbIsUTF8(bytes, length);
-}
-
-}  // namespace
 
 /// The span of a nested message or group: depth, limit, and the list of open ones.
 class PBParser::Nested {
@@ -112,10 +61,30 @@ void PBParser::flushPins() {
   if (_pins) _input->references.fetch_add(std::exchange(_pins, 0), std::memory_order_relaxed);
 }
 
-NVXx_PBGeneratedMessage* PBParser::create(const PBClass& messageClass) {
-  if (!_input || !messageClass.sliceCount) return Access::create(messageClass);
+NVXx_PBGeneratedMessage* PBParser::create(const PBClass& messageClass, uint64_t span) {
+  if (!messageClass.sliceCount) return Access::create(messageClass);
+  if (!_input) return createForCopies(messageClass, span);
   ++_pins;
-  return Access::createParsed(messageClass, _input);
+  return Access::createParsed(messageClass, _input, 0);
+}
+
+// What a message without messages in it is read from is mostly its strings and data: their copies get a place
+// behind it, where that makes no block that is too large for the pools.
+NVXx_PBGeneratedMessage* PBParser::createForCopies(const PBClass& messageClass, uint64_t span) {
+  constexpr uint64_t kLargest = 8192;
+  if (messageClass.hasChildren || !span || span > kLargest || messageClass.parsedSize + span > kLargest) {
+    return Access::create(messageClass);
+  }
+  return Access::createParsed(messageClass, nullptr, static_cast<uint32_t>(span));
+}
+
+// The length that comes next, where it is a plain one; only whether there is room for copies hangs on it.
+uint64_t PBParser::comingSpan() const {
+  const uint8_t* p = get();
+  const auto left = static_cast<uint64_t>(endOf() - p);
+  if (left < 2 || left > _stream._bufferSize) return 0;
+  const uint64_t length = p[0] < 0x80 ? p[0] : p[1] < 0x80 ? (p[0] & 0x7FU) | uint64_t{p[1]} << 7 : 0;
+  return length <= left ? length : 0;
 }
 
 PBBlock* PBParser::sharedBytes(const uint8_t* bytes, size_t length) {
@@ -128,13 +97,19 @@ PBBlock* PBParser::sharedBytes(const uint8_t* bytes, size_t length) {
 void PBParser::merge(Message& message, bool isFresh) { loop(message, isFresh); }
 
 void PBParser::readMessage(Message& message, bool isFresh) {
-  const int32_t length = _stream.readInt32();
-  _stream.enter();
-  const uint64_t oldLimit = _stream.pushLimit(static_cast<uint64_t>(int64_t{length}));
+  const int32_t length = readLength();
+  if (_stream._recursionDepth >= NVXx_PBCodedInputStream::kRecursionLimit) [[unlikely]]
+    _stream.enter();
+  const uint64_t oldLimit = _stream._currentLimit;
+  const uint64_t limit = _stream._bufferPos + static_cast<uint64_t>(int64_t{length});
+  if (limit > oldLimit) [[unlikely]]
+    _stream.pushLimit(static_cast<uint64_t>(int64_t{length}));
+  _stream._currentLimit = limit;
   {
     const Nested nested(*this, message);
     loop(message, isFresh);
-    _stream.checkLastTagWas(0);
+    if (_stream._lastTag) [[unlikely]]
+      _stream.checkLastTagWas(0);
   }
   _stream.popLimit(oldLimit);
 }
@@ -160,222 +135,101 @@ const PBEntry* PBParser::find(const PBClass& messageClass, uint32_t tag) {
   return entry != last && entry->tag == tag ? entry : nullptr;
 }
 
-const uint8_t* PBParser::longVarint(const uint8_t* p, const uint8_t* end, uint64_t& value, bool is32) {
-  if (end - p >= 10) {
-    if (const uint8_t* after = unrolledVarint(p, value)) return after;
+// What the loop doesn't read itself, with the plain readers. False ends the loop.
+bool PBParser::anyField(Loop& at) {
+  const uint8_t* const start = get();
+  const auto tag = static_cast<uint32_t>(_stream.readTag());
+  if (!tag) return false;
+  if (start <= at.highest) at.revisits.look(start, _stream);
+  if (const PBEntry* entry = find(at.messageClass, tag)) {
+    field(at, *entry);
+  } else if (!unknown(at.message, tag)) {
+    return false;
   }
-  put(p);
-  value = is32 ? _stream.readUInt32() : _stream.readUInt64();
-  return get();
+  at.noticeMove(start, get());
+  return true;
 }
 
-void PBParser::loop(Message& message, bool isFresh) {
+// What follows a field's tag.
+void PBParser::field(Loop& at, const PBEntry& entry) {
+  Message& message = at.message;
+  if (entry.isPacked()) return packed(entry, message);
+  if (entry.isRepeated()) {
+    Run run{entry, message, get(), endOf(), at.highest, get()};
+    scalarRun(run);
+    return put(run.p);
+  }
+  if (entry.isMessage()) return child(entry, message);
+  if (NVXx_PBTypeIsObject(entry.type)) return setBytes(at, entry);
+  const PBValue value = plainScalar(entry.type);
+  if (entry.type == NVXx_PBType::Enum && !isValid(message, entry, value.valueInt32)) return;
+  switch (pbElementSize(NVXx_PBArrayValueTypeForPBType(entry.type))) {
+    case 1:
+      Access::store<uint8_t>(message, entry.offset, value.valueBool);
+      break;
+    case 4:
+      Access::store<uint32_t>(message, entry.offset, value.valueUInt32);
+      break;
+    default:
+      Access::store<uint64_t>(message, entry.offset, value.valueUInt64);
+  }
+  Access::setHas(message, entry.has);
+  Access::becomeVisible(message);
+}
+
+// False for a number that the enum doesn't have, which goes to the unknown fields.
+bool PBParser::isValid(Message& message, const PBEntry& entry, int32_t number) {
   const PBClass& messageClass = Access::classOf(message);
-  const PBEntry* next = messageClass.entries;
-  uint8_t* const storage = Access::storage(message);
-  PBBlock* slice = nullptr;
-  const PBBlock* sliceEnd = nullptr;
-  if (isFresh && Access::hasSlices(message)) {
-    slice = Access::slices(message);
-    sliceEnd = slice + messageClass.sliceCount;
-  }
-  const bool mayBeLatent = !isFresh && Access::side(message);
-  const uint8_t* p = get();
-  const uint8_t* const end = endOf();
-  const uint8_t* highest = p - 1;
-  Revisits revisits;
-  for (;;) {
-    const uint8_t* const tagStart = p;
-    uint32_t tag;
-    if (p < end && *p - 1U < 0x7F) [[likely]] {
-      tag = *p++;
-    } else if (end - p >= 2 && p[0] >= 0x80 && p[1] - 1U < 0x7F) {
-      tag = (p[0] & 0x7FU) | uint32_t{p[1]} << 7;
-      p += 2;
-    } else {
-      put(p);
-      if (p == end) [[likely]] {
-        _stream._lastTag = 0;
-        return;
-      }
-      tag = static_cast<uint32_t>(_stream.readTag());
-      p = get();
-      if (!tag) return;
-    }
-    _stream._lastTag = static_cast<int32_t>(tag);
-    if (tagStart > highest) [[likely]] {
-      highest = tagStart;
-    } else {
-      put(p);
-      revisits.look(tagStart, _stream);
-    }
-
-    const PBEntry* entry = next;
-    if (entry->tag != tag) {
-      entry = find(messageClass, tag);
-      if (!entry) {
-        put(p);
-        if (!unknown(message, tag)) return;
-        p = get();
-        continue;
-      }
-    }
-    next = entry + 1;
-    const PBEntry& e = *entry;
-    const auto setHas = [&] { Access::setHas(message, e.has); };
-
-    switch (e.op) {
-      case static_cast<int>(NVXx_PBType::Bool): {
-        NVX_PB_VARINT(value, true)
-        storage[e.offset] = static_cast<uint32_t>(value) != 0;
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Int32):
-      case static_cast<int>(NVXx_PBType::UInt32): {
-        NVX_PB_VARINT(value, true)
-        const auto word = static_cast<uint32_t>(value);
-        std::memcpy(storage + e.offset, &word, 4);
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Enum): {
-        NVX_PB_VARINT(value, true)
-        const auto number = static_cast<int32_t>(value);
-        if (messageClass.infos[&e - messageClass.entries].enumDescriptor().isValidValue(number)) {
-          std::memcpy(storage + e.offset, &number, 4);
-          setHas();
-        } else {
-          message.mutableUnknownFields().mergeVarintField(static_cast<int32_t>(e.number()), number);
-          continue;
-        }
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::SInt32): {
-        NVX_PB_VARINT(value, true)
-        const int32_t word = NVXx_PBDecodeZigZag32(static_cast<uint32_t>(value));
-        std::memcpy(storage + e.offset, &word, 4);
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Int64):
-      case static_cast<int>(NVXx_PBType::UInt64): {
-        NVX_PB_VARINT(value, false)
-        std::memcpy(storage + e.offset, &value, 8);
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::SInt64): {
-        NVX_PB_VARINT(value, false)
-        const int64_t word = NVXx_PBDecodeZigZag64(value);
-        std::memcpy(storage + e.offset, &word, 8);
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Fixed32):
-      case static_cast<int>(NVXx_PBType::SFixed32):
-      case static_cast<int>(NVXx_PBType::Float): {
-        if (end - p < 4) [[unlikely]] {
-          put(p);
-          _stream.readFixed32();
-        }
-        std::memcpy(storage + e.offset, p, 4);
-        p += 4;
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Fixed64):
-      case static_cast<int>(NVXx_PBType::SFixed64):
-      case static_cast<int>(NVXx_PBType::Double): {
-        if (end - p < 8) [[unlikely]] {
-          put(p);
-          _stream.readFixed64();
-        }
-        std::memcpy(storage + e.offset, p, 8);
-        p += 8;
-        setHas();
-        break;
-      }
-      case static_cast<int>(NVXx_PBType::Data):
-      case static_cast<int>(NVXx_PBType::String):
-        p = setBytes(e, message, p, end, slice, sliceEnd, isFresh);
-        break;
-      case static_cast<int>(NVXx_PBType::Message):
-      case static_cast<int>(NVXx_PBType::Group):
-        put(p);
-        child(e, message);
-        p = get();
-        continue;
-      default: {
-        put(p);
-        if (e.isPacked()) {
-          packed(e, message);
-          p = get();
-        } else {
-          Run run{e, message, p, end, highest};
-          scalarRun(run);
-          p = run.p;
-        }
-        continue;
-      }
-    }
-    if (mayBeLatent) [[unlikely]]
-      Access::becomeVisible(message);
-  }
+  if (messageClass.infos[&entry - messageClass.entries].enumDescriptor().isValidValue(number)) return true;
+  message.mutableUnknownFields().mergeVarintField(static_cast<int32_t>(entry.number()), number);
+  return false;
 }
 
 // Strings and data.
 
-const uint8_t* PBParser::setBytes(const PBEntry& entry, Message& message, const uint8_t* p,
-                                  const uint8_t* end, PBBlock*& slice, const PBBlock* sliceEnd,
-                                  bool isFresh) {
-  NVX_PB_VARINT(told, true)
-  const auto length = static_cast<int32_t>(told);
+void PBParser::setBytes(Loop& at, const PBEntry& entry) {
+  Message& message = at.message;
   const bool isString = entry.type == NVXx_PBType::String;
-  const uint8_t* bytes = p;
-  auto count = static_cast<size_t>(length);
-  if (length >= 0 && length <= end - p) [[likely]] {
-    p += length;
-    if (isString && !isText(bytes, count, end)) count = 0;
-  } else if (length == 0 && isString) {
-    // Nothing is read, so nothing can be missing.
-  } else if (length < 0 && !isString) {
+  const int32_t length = _stream.readInt32();
+  const auto index = static_cast<uint32_t>(&entry - at.messageClass.entries);
+  if (length < 0 && !isString) {
     flushPins();
-    Access::setObject(message, static_cast<uint32_t>(&entry - Access::classOf(message).entries), nullptr);
-    return p;
-  } else {
-    put(p);
-    _stream.requireBytes(static_cast<uint64_t>(int64_t{length}));
-    // A negative length: the string is empty and the position moves back.
-    p += length;
-    bytes = p;
+    return Access::setObject(message, index, nullptr);
+  }
+  const uint8_t* bytes = get();
+  auto count = static_cast<size_t>(length);
+  // Of an empty string nothing is read, so nothing can be missing.
+  if (length != 0 || !isString) _stream.requireBytes(static_cast<uint64_t>(int64_t{length}));
+  _stream._bufferPos += static_cast<uint64_t>(int64_t{length});
+  if (length < 0) {
+    // The string is empty and the position moves back.
+    bytes = get();
     count = 0;
     _stream._hasMovedBack = true;
+  } else if (isString && !pbIsUTF8(bytes, count)) {
+    count = 0;
   }
   PBBlock* old = Access::slot<PBBlock>(message, entry.offset);
-  if (!old && slice < sliceEnd) [[likely]] {
-    Access::initSlice(message, slice, bytes, count);
-    Access::setSlot(message, entry.offset, slice);
-    ++slice;
-    Access::setHas(message, entry.has);
-  } else if (!old && isFresh) {
-    Access::setSlot(message, entry.offset, sharedBytes(bytes, count));
-    Access::setHas(message, entry.has);
-  } else if (old && slice && Access::isOwnSlice(message, old)) {
-    // Nobody has seen it yet.
-    old->bytes = bytes;
-    old->length = count;
-  } else {
-    PBBlock* block = sharedBytes(bytes, count);
-    if (old) flushPins();
-    Access::setObject(message, static_cast<uint32_t>(&entry - Access::classOf(message).entries), block);
+  const bool isOwn = old && at.slices && Access::isOwnSlice(message, old);
+  if (at.slices && (isOwn || (!old && at.slice < at.sliceEnd)) && at.place(bytes, count)) {
+    if (isOwn) {
+      // Nobody has seen it yet.
+      old->bytes = bytes;
+      old->length = count;
+      return;
+    }
+    Access::initSlice(message, at.slice, bytes, count);
+    Access::setSlot(message, entry.offset, at.slice++);
+    return Access::setHas(message, entry.has);
   }
-  return p;
+  PBBlock* block = sharedBytes(bytes, count);
+  if (old) flushPins();
+  Access::setObject(message, index, block);
 }
 
 // Null for data of a negative length.
 PBBlock* PBParser::readBlock(bool isString) {
-  const int32_t length = _stream.readInt32();
+  const int32_t length = readLength();
   if (length < 0 && !isString) return nullptr;
   if (length == 0 && isString) return pbEmptyString();
   _stream.requireBytes(static_cast<uint64_t>(int64_t{length}));
@@ -396,8 +250,9 @@ void PBParser::child(const PBEntry& entry, Message& message) {
   const PBClass& childClass = Access::classOf(message).infos[field].messageClass();
   Message* existing =
       Access::has(message, entry.has) ? Access::slot<Message>(message, entry.offset) : nullptr;
+  const bool isGroup = entry.type == NVXx_PBType::Group;
   const auto read = [&](Message& into, bool isFresh) {
-    if (entry.type == NVXx_PBType::Group) {
+    if (isGroup) {
       readGroup(entry.number(), into, isFresh);
     } else {
       readMessage(into, isFresh);
@@ -407,7 +262,7 @@ void PBParser::child(const PBEntry& entry, Message& message) {
     const Ref<Message> held(existing);
     return read(*existing, false);
   }
-  Guard made(*this, create(childClass));
+  Guard made(*this, create(childClass, _input || isGroup || existing ? 0 : comingSpan()));
   if (existing) (*made).mergeFrom(*existing);
   read(*made, !existing);
   if (Access::slot<Message>(message, entry.offset)) flushPins();

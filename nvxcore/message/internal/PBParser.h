@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "nvxcore/message/NVXx_PBCodedInputStream.h"
@@ -34,8 +35,11 @@ class PBParser {
     if (--_pins) flushPins();
     DataAccess::take(std::move(_stream._buffer));
   }
-  /// A new message that shares the input, if that is to be shared.
-  NVXx_PBGeneratedMessage* create(const PBClass& messageClass);
+  /// A new message that shares the input, if that is to be shared; it will be read from `span` bytes, where
+  /// that is known and not 0.
+  NVXx_PBGeneratedMessage* create(const PBClass& messageClass, uint64_t span);
+  /// Bytes that are left to read.
+  uint64_t left() const { return static_cast<uint64_t>(endOf() - get()); }
 
  private:
   using Message = NVXx_PBGeneratedMessage;
@@ -51,33 +55,38 @@ class PBParser {
   class Guard;
   class Revisits;
   class Chain;
+  struct Loop;
   /// What a run of one field reads with.
   struct Run {
     const PBEntry& entry;
     Message& message;
     const uint8_t* p;
     const uint8_t* const end;
-    const uint8_t*& highest;
+    const uint8_t*& highest;  // as the loop has it
+    const uint8_t* tagStart;  // of the last element
     bool goesOn();
   };
 
   void loop(Message& message, bool isFresh);
+  bool anyField(Loop& at);
+  void field(Loop& at, const PBEntry& entry);
+  static bool isValid(Message& message, const PBEntry& entry, int32_t number);
+  NVXx_PBGeneratedMessage* createForCopies(const PBClass& messageClass, uint64_t span);
+  uint64_t comingSpan() const;
   void child(const PBEntry& entry, Message& message);
   void childrenRun(Run& run);
   void packed(const PBEntry& entry, Message& message);
   bool packedAtOnce(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end);
-  template <class T, class Decode>
+  template <class Raw, class Decode>
   void varintRun(Run& run, Decode decode);
-  template <class T, class Decode>
-  void taggedWindows(Run& run, Array& array, Decode decode);
+  template <class T>
+  void addAll(const Run& run, const T* few, uint32_t count);
   template <class T>
   void fixedRun(Run& run);
   void enumRun(Run& run);
   void bytesRun(Run& run);
   void scalarRun(Run& run);
-  const uint8_t* setBytes(const PBEntry& entry, Message& message, const uint8_t* p, const uint8_t* end,
-                          PBBlock*& slice, const PBBlock* sliceEnd, bool isFresh);
-  const uint8_t* longVarint(const uint8_t* p, const uint8_t* end, uint64_t& value, bool is32);
+  void setBytes(Loop& at, const PBEntry& entry);
   bool unknown(Message& message, uint32_t tag);
   void messageSetItem(Message& message);
   void extension(Message& message, NVXx_PBExtensionField& field);
@@ -99,6 +108,22 @@ class PBParser {
   const uint8_t* endOf() const {
     return _stream._bytes +
            (_stream._currentLimit < _stream._bufferSize ? _stream._currentLimit : _stream._bufferSize);
+  }
+
+  /// A length: one and two bytes here.
+  int32_t readLength() {
+    const uint8_t* p = get();
+    if (endOf() - p >= 2) {
+      if (p[0] < 0x80) {
+        ++_stream._bufferPos;
+        return p[0];
+      }
+      if (p[1] < 0x80) {
+        _stream._bufferPos += 2;
+        return static_cast<int32_t>((p[0] & 0x7FU) | uint32_t{p[1]} << 7);
+      }
+    }
+    return _stream.readInt32();
   }
 
   NVXx_PBCodedInputStream& _stream;
@@ -129,6 +154,41 @@ class PBParser::Revisits {
   uint64_t _span = 1;
   uint64_t _left = 1;
   int _visits = 0;
+};
+
+/// What the loop of one message knows besides its position.
+struct PBParser::Loop {
+  Loop(Message& into, bool isFresh, bool copies)
+      : message(into), messageClass(PBMessageAccess::classOf(into)) {
+    if (!isFresh || !PBMessageAccess::hasSlices(into)) return;
+    slices = slice = PBMessageAccess::slices(into);
+    sliceEnd = slice + messageClass.sliceCount;
+    if (!copies) return;
+    room = reinterpret_cast<uint8_t*>(&into) + messageClass.parsedSize;
+    roomEnd = room + PBMessageAccess::roomBehind(into);
+  }
+  /// Where the message's slices point to: into the input, or to a copy behind the message. False when there
+  /// is no more room.
+  bool place(const uint8_t*& bytes, size_t length) {
+    if (!roomEnd) return true;
+    if (static_cast<size_t>(roomEnd - room) < length) return false;
+    bytes = static_cast<const uint8_t*>(std::memcpy(room, bytes, length));
+    room += length;
+    return true;
+  }
+  void noticeMove(const uint8_t* tagStart, const uint8_t* position) {
+    if (position <= tagStart && tagStart > highest) highest = tagStart;
+  }
+
+  Message& message;
+  const PBClass& messageClass;
+  PBBlock* slices = nullptr;  // of a message that nobody has seen yet
+  PBBlock* slice = nullptr;   // the next one
+  const PBBlock* sliceEnd = nullptr;
+  uint8_t* room = nullptr;
+  const uint8_t* roomEnd = nullptr;
+  const uint8_t* highest = nullptr;  // the highest tag that the position moved back from
+  Revisits revisits;
 };
 
 /// Owns a message until it has a place. The pins must be counted before one of them is given back.

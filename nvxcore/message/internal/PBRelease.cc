@@ -12,12 +12,14 @@ struct PBMessageMemory {
   static std::atomic<uint32_t>& count(Message& message) { return message._block; }
   static std::atomic<uint32_t>& references(Message& message) { return message._references; }
 
+  /// The input that the message pins, or null when it has copies.
   static PBBlock* input(Message& message) {
-    PBBlock* input;
-    std::memcpy(&input, reinterpret_cast<char*>(&message) + message._class->plainSize, sizeof input);
-    return input;
+    const uintptr_t backing = PBMessageAccess::backing(message);
+    return backing & 1 ? nullptr : reinterpret_cast<PBBlock*>(backing);
   }
-  static void freeParsed(Message& message) { BlockPool::free(&message, message._class->parsedSize); }
+  static void freeParsed(Message& message) {
+    BlockPool::free(&message, size_t{message._class->parsedSize} + PBMessageAccess::roomBehind(message));
+  }
   static void setNext(Message& message, Message* next) {
     message._side.store(reinterpret_cast<PBSide*>(next), std::memory_order_relaxed);
   }
@@ -40,7 +42,7 @@ struct PBMessageMemory {
     if (!leave(message)) return;
     PBBlock* pinned = input(message);
     freeParsed(message);
-    DataAccess::drop(pinned);
+    if (pinned) DataAccess::drop(pinned);
   }
 };
 
@@ -57,19 +59,13 @@ void PBMessageAccess::dropSharedBytes(Message& message, PBBlock* block) {
 
 PBReleaseWalk::~PBReleaseWalk() {
   run();
-  if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
-  if (_pins) DataAccess::drop(_input);
+  giveBack();
 }
 
-void PBReleaseWalk::unpin(PBBlock* input) {
-  if (_input == input) {
-    ++_pins;
-    return;
-  }
+void PBReleaseWalk::giveBack() {
   if (_pins > 1) _input->references.fetch_sub(_pins - 1, std::memory_order_acq_rel);
   if (_pins) DataAccess::drop(_input);
-  _input = input;
-  _pins = 1;
+  _pins = 0;
 }
 
 void PBReleaseWalk::drop(NVXx_PBGeneratedMessage* message) {
@@ -125,8 +121,12 @@ void PBReleaseWalk::dropElements(NVXx_PBArray& array) {
 
 void PBReleaseWalk::letGo(NVXx_PBGeneratedMessage& message) {
   const PBClass& messageClass = PBMessageAccess::classOf(message);
-  for (uint32_t i = 0; i < messageClass.objectCount; ++i) {
-    const PBEntry& entry = messageClass.entries[messageClass.objects[i]];
+  for (uint32_t i = 0; i < messageClass.bytesCount; ++i) {
+    auto* block = PBMessageAccess::slot<PBBlock>(message, messageClass.bytesOffsets[i]);
+    if (block) PBMessageAccess::dropBytes(message, block);
+  }
+  for (uint32_t i = 0; i < messageClass.ownerCount; ++i) {
+    const PBEntry& entry = messageClass.entries[messageClass.owners[i]];
     void* object = PBMessageAccess::slot<void>(message, entry.offset);
     if (!object) continue;
     if (entry.isRepeated()) {
@@ -134,12 +134,10 @@ void PBReleaseWalk::letGo(NVXx_PBGeneratedMessage& message) {
       if (PBArrayAccess::messageDelegate(*array) == &message)
         PBArrayAccess::setMessageDelegate(*array, nullptr);
       dropArray(array);
-    } else if (entry.isMessage()) {
+    } else {
       auto* child = static_cast<NVXx_PBGeneratedMessage*>(object);
       if (!PBMessageAccess::has(message, entry.has)) child->clearAutocreator();
       drop(child);
-    } else {
-      PBMessageAccess::dropBytes(message, static_cast<PBBlock*>(object));
     }
   }
 }
@@ -152,7 +150,7 @@ void PBReleaseWalk::run() {
       if (PBMessageMemory::leave(*message)) {
         PBBlock* input = PBMessageMemory::input(*message);
         PBMessageMemory::freeParsed(*message);
-        unpin(input);
+        if (input) unpin(input);
       }
     } else {
       BlockPool::free(message, PBMessageAccess::classOf(*message).plainSize);

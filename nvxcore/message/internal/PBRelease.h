@@ -24,7 +24,14 @@ class PBReleaseWalk {
 
  private:
   friend struct PBMessageMemory;
-  void unpin(PBBlock* input);
+  void unpin(PBBlock* input) {
+    if (_input != input) {
+      giveBack();
+      _input = input;
+    }
+    ++_pins;
+  }
+  void giveBack();
   void run();
   NVXx_PBGeneratedMessage* _waiting = nullptr;  // linked through their words for the side record
   PBBlock* _input = nullptr;

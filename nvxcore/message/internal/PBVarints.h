@@ -35,14 +35,51 @@ inline uint64_t pbTerminators(const uint8_t* p) {
 #endif
 }
 
+/// Bit n: byte n of 32 has its highest bit.
+inline uint32_t pbContinued32(const uint8_t* p) {
+#if defined(__SSE2__)
+  const auto half = [](const uint8_t* from) {
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from))));
+  };
+  return half(p) | half(p + 16) << 16;
+#else
+  uint32_t continued = 0;
+  for (int i = 0; i < 32; ++i) continued |= static_cast<uint32_t>(p[i] >= 0x80) << i;
+  return continued;
+#endif
+}
+
+/// Bytes that end a varint.
+inline uint64_t pbCountVarints(const uint8_t* p, const uint8_t* end) {
+  uint64_t count = 0;
+#if defined(__SSE2__)
+  __m128i sums = _mm_setzero_si128();
+  const __m128i ones = _mm_set1_epi8(-1);
+  for (; end - p >= 16; p += 16) {
+    // -1 in each byte that ends one.
+    const __m128i ending = _mm_cmpgt_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), ones);
+    sums = _mm_add_epi64(sums, _mm_sad_epu8(_mm_sub_epi8(_mm_setzero_si128(), ending), _mm_setzero_si128()));
+  }
+  uint64_t halves[2];
+  std::memcpy(halves, &sums, sizeof halves);
+  count = halves[0] + halves[1];
+#endif
+  for (; p < end; ++p) count += *p < 0x80;
+  return count;
+}
+
+/// The value of a word that has seven bits of it in each byte.
+inline uint64_t pbSqueezed(uint64_t word) {
+  word = (word & 0x007F007F007F007F) | (word & 0x7F007F007F007F00) >> 1;
+  word = (word & 0x00003FFF00003FFF) | (word & 0x3FFF00003FFF0000) >> 2;
+  return (word & 0x0FFFFFFF) | (word & 0x0FFFFFFF00000000) >> 4;
+}
+
 /// The value of `length` bytes, 1 to 8, of which eight may be read.
 inline uint64_t pbCutVarint(const uint8_t* p, uint32_t length) {
   uint64_t word;
   std::memcpy(&word, p, 8);
-  word &= 0x7F7F7F7F7F7F7F7FU >> (64 - 8 * length);
-  word = (word & 0x007F007F007F007F) | (word & 0x7F007F007F007F00) >> 1;
-  word = (word & 0x00003FFF00003FFF) | (word & 0x3FFF00003FFF0000) >> 2;
-  return (word & 0x0FFFFFFF) | (word & 0x0FFFFFFF00000000) >> 4;
+  return pbSqueezed(word & 0x7F7F7F7F7F7F7F7FU >> (64 - 8 * length));
 }
 
 /// The value of 1 to 10 bytes; false for a longer one.
@@ -57,12 +94,32 @@ inline bool pbVarintOf(const uint8_t* p, uint32_t length, uint64_t& value) {
   return true;
 }
 
-/// Writes a varint of up to 32 bits where eight bytes may be written; answers the end.
-inline uint8_t* pbPutVarint32(uint8_t* p, uint32_t value) {
+/// A varint of more than one byte, of which ten may be read; false when it is longer.
+inline bool pbWideVarint(const uint8_t*& p, uint64_t& value) {
+  uint64_t word;
+  std::memcpy(&word, p, 8);
+  const uint64_t stops = ~word & 0x8080808080808080;
+  if (stops) [[likely]] {
+    value = pbSqueezed(word & (stops ^ (stops - 1)) & 0x7F7F7F7F7F7F7F7F);
+    p += (static_cast<uint32_t>(std::countr_zero(stops)) + 1) >> 3;
+    return true;
+  }
+  value = pbSqueezed(word & 0x7F7F7F7F7F7F7F7F) | uint64_t{p[8] & 0x7FU} << 56;
+  if (p[8] < 0x80) {
+    p += 9;
+    return true;
+  }
+  value |= uint64_t{p[9]} << 63;
+  p += 10;
+  return p[-1] < 0x80;
+}
+
+/// Writes a varint of up to 56 bits where eight bytes may be written; answers the end.
+inline uint8_t* pbPutVarint(uint8_t* p, uint64_t value) {
   const auto bits = static_cast<uint32_t>(std::bit_width(value | 1));
   const uint32_t length = (bits * 9 + 64) / 64;
   uint64_t word = value;
-  word = (word & 0x0FFFFFFF) | (word & 0xF0000000) << 4;
+  word = (word & 0x0FFFFFFF) | (word & 0x00FFFFFFF0000000) << 4;
   word = (word & 0x00003FFF00003FFF) | (word & 0x0FFFC0000FFFC000) << 2;
   word = (word & 0x007F007F007F007F) | (word & 0x3F803F803F803F80) << 1;
   word |= 0x8080808080808080U & ((uint64_t{1} << (8 * (length - 1))) - 1);
@@ -98,15 +155,3 @@ inline uint64_t pbVarintsSize(const uint32_t* values, size_t count, uint32_t neg
 }
 
 }  // namespace nvxcore
-
-// Within the parser: a varint at `p`, with which it moves on; one and two bytes here, the rest by the parser.
-#define NVX_PB_VARINT(value, is32)                \
-  uint64_t value;                                 \
-  if (p < end && *p < 0x80) {                     \
-    value = *p++;                                 \
-  } else if (end - p >= 2 && p[1] < 0x80) {       \
-    value = (p[0] & 0x7FU) | uint32_t{p[1]} << 7; \
-    p += 2;                                       \
-  } else {                                        \
-    p = longVarint(p, end, value, is32);          \
-  }

@@ -2,18 +2,9 @@
 
 #include <pthread.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <new>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define NVX_POOLS_OFF 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define NVX_POOLS_OFF 1
-#endif
-#endif
 
 namespace nvxcore {
 
@@ -25,52 +16,34 @@ void* systemBlock(size_t size) {
   return block;
 }
 
-#if !defined(NVX_POOLS_OFF)
+}  // namespace
 
-struct Free {
-  Free* next;
-};
+#if defined(NVX_POOLS_OFF)
 
-// Steps of 16 bytes up to 512, then of 32: what a step wastes counts where messages are empty and many.
-constexpr size_t kFineStep = 16;
-constexpr size_t kFineLimit = 512;
-constexpr size_t kFineCount = kFineLimit / kFineStep;
-constexpr size_t kCoarseStep = 32;
-constexpr size_t kLargest = 8192 + 64;  // a page-sized string with its header fits
-constexpr size_t kClassCount = kFineCount + (kLargest - kFineLimit) / kCoarseStep;
+void* BlockPool::allocate(size_t size) { return systemBlock(size); }
+void BlockPool::free(void* block, size_t) noexcept { std::free(block); }
+void BlockPool::drain() noexcept {}
 
-inline size_t classOf(size_t size) {
-  if (size <= kFineLimit) return (size - 1) / kFineStep;
-  return kFineCount + (size - kFineLimit - 1) / kCoarseStep;
-}
+#else
 
-inline size_t sizeOfClass(size_t index) {
-  if (index < kFineCount) return (index + 1) * kFineStep;
-  return kFineLimit + (index - kFineCount + 1) * kCoarseStep;
-}
+const BlockPool::Limits BlockPool::kLimits;
+constinit thread_local BlockPool::Magazine* BlockPool::tMagazine = nullptr;
 
-// A list is halved when it holds more than this, through the central stock.
-constexpr size_t kListBytes = size_t{64} << 10;
+namespace {
+
+using Free = BlockPool::Free;
+using List = BlockPool::List;
+using Magazine = BlockPool::Magazine;
+
 constexpr size_t kStockBytes = size_t{1} << 20;
-
-struct List {
-  Free* first;
-  size_t bytes;
-};
-
-struct Magazine {
-  List lists[kClassCount];
-};
 
 struct Stock {
   std::mutex lock;
-  List lists[kClassCount];
+  List lists[BlockPool::kClassCount];
   size_t bytes;
 };
 
-// Plain, without a guard at each use: all zero is empty.
 constinit Stock gStock{};
-constinit thread_local Magazine* tMagazine __attribute__((tls_model("initial-exec"))) = nullptr;
 constinit thread_local bool tEnded __attribute__((tls_model("initial-exec"))) = false;
 
 void freeAll(Free* first) {
@@ -89,7 +62,7 @@ void empty(Magazine& magazine) {
 }
 
 void endThread(void* magazine) {
-  tMagazine = nullptr;
+  BlockPool::tMagazine = nullptr;
   tEnded = true;
   empty(*static_cast<Magazine*>(magazine));
   std::free(magazine);
@@ -103,49 +76,29 @@ Magazine* makeMagazine() {
   auto* magazine = static_cast<Magazine*>(std::calloc(1, sizeof(Magazine)));
   if (!magazine) return nullptr;
   pthread_setspecific(key, magazine);
-  tMagazine = magazine;
+  BlockPool::tMagazine = magazine;
   return magazine;
 }
 
-// What the stock has of a class, or one block of the system.
-void* refill(size_t index) {
-  Magazine* magazine = tMagazine ? tMagazine : makeMagazine();
-  if (magazine) {
-    const std::lock_guard<std::mutex> hold(gStock.lock);
-    List& stocked = gStock.lists[index];
-    if (Free* block = stocked.first) {
-      // One list of the stock at most fills one list of a thread.
-      gStock.bytes -= stocked.bytes;
-      List& list = magazine->lists[index];
-      list.first = block->next;
-      list.bytes = stocked.bytes - sizeOfClass(index);
-      stocked = {};
-      return block;
-    }
-  }
-  return systemBlock(sizeOfClass(index));
-}
-
+// Half of a full list to the stock, or to the system where the stock has enough.
 void shed(size_t index) noexcept {
-  List& list = tMagazine->lists[index];
-  const size_t size = sizeOfClass(index);
-  Free* last = list.first;
-  size_t moved = size;
-  while (moved < kListBytes / 2) {
-    last = last->next;
-    moved += size;
-  }
-  Free* first = list.first;
+  List& list = BlockPool::tMagazine->lists[index];
+  const size_t moved = list.count - list.count / 2;
+  Free* const first = list.first;
+  Free* last = first;
+  for (size_t i = 1; i < moved; ++i) last = last->next;
   list.first = last->next;
-  list.bytes -= moved;
+  list.count -= moved;
+  const size_t bytes = moved * BlockPool::sizeOfClass(index);
   {
     const std::lock_guard<std::mutex> hold(gStock.lock);
     List& stocked = gStock.lists[index];
-    if (gStock.bytes + moved <= kStockBytes && stocked.bytes + moved <= kListBytes) {
+    // One list of the stock at most fills one list of a thread.
+    if (gStock.bytes + bytes <= kStockBytes && stocked.count + moved <= BlockPool::kLimits.of[index]) {
       last->next = stocked.first;
       stocked.first = first;
-      stocked.bytes += moved;
-      gStock.bytes += moved;
+      stocked.count += moved;
+      gStock.bytes += bytes;
       return;
     }
   }
@@ -153,47 +106,30 @@ void shed(size_t index) noexcept {
   freeAll(first);
 }
 
-#endif
-
 }  // namespace
 
-#if defined(NVX_POOLS_OFF)
-
-void* BlockPool::allocate(size_t size) { return systemBlock(size); }
-void BlockPool::free(void* block, size_t) noexcept { std::free(block); }
-void BlockPool::drain() noexcept {}
-
-#else
-
-void* BlockPool::allocate(size_t size) {
-  if (size > kLargest) [[unlikely]]
-    return systemBlock(size);
+// What the stock has of a class, or one block of the system.
+void* BlockPool::allocateElsewhere(size_t size) {
+  if (size > kLargest) return systemBlock(size);
   const size_t index = classOf(size);
-  if (Magazine* magazine = tMagazine) [[likely]] {
-    List& list = magazine->lists[index];
-    if (Free* block = list.first) [[likely]] {
-      list.first = block->next;
-      list.bytes -= sizeOfClass(index);
+  if (Magazine* magazine = tMagazine ? tMagazine : makeMagazine()) {
+    const std::lock_guard<std::mutex> hold(gStock.lock);
+    List& stocked = gStock.lists[index];
+    if (Free* block = stocked.first) {
+      gStock.bytes -= stocked.count * sizeOfClass(index);
+      magazine->lists[index] = {block->next, stocked.count - 1};
+      stocked = {};
       return block;
     }
   }
-  return refill(index);
+  return systemBlock(sizeOfClass(index));
 }
 
-void BlockPool::free(void* block, size_t size) noexcept {
-  if (size > kLargest) [[unlikely]]
-    return std::free(block);
-  Magazine* magazine = tMagazine ? tMagazine : makeMagazine();
-  if (!magazine) [[unlikely]]
-    return std::free(block);
+void BlockPool::freeElsewhere(void* block, size_t size) noexcept {
+  if (size > kLargest || (!tMagazine && !makeMagazine())) return std::free(block);
   const size_t index = classOf(size);
-  List& list = magazine->lists[index];
-  auto* free = static_cast<Free*>(block);
-  free->next = list.first;
-  list.first = free;
-  list.bytes += sizeOfClass(index);
-  if (list.bytes > kListBytes) [[unlikely]]
-    shed(index);
+  if (tMagazine->lists[index].count >= kLimits.of[index]) shed(index);
+  free(block, size);
 }
 
 void BlockPool::drain() noexcept {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/linux/CurlConnectionPool.h"
 #include "nvxcore/platform/linux/HTTPTask.h"
 #include "nvxcore/platform/linux/TransferErrors.h"

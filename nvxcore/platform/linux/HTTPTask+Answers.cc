@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/linux/BecomeDownloadTask.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/HTTPAuthentication.h"

@@ -2,7 +2,7 @@
 
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Threading.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/HTTPAuthentication.h"
 #include "nvxcore/platform/linux/HTTPTask.h"

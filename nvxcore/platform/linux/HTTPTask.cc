@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "nvxcore/platform/Files.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/linux/CurlSession.h"
 #include "nvxcore/platform/linux/CurlTransfer.h"
 #include "nvxcore/platform/linux/LocalURLLoader.h"

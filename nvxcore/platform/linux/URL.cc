@@ -8,7 +8,7 @@
 #include <climits>
 #include <cstdlib>
 
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/platform/linux/PercentEncoding.h"
 
 namespace nvxcore {

@@ -7,7 +7,7 @@
 
 #include "nvxcore/foundation/base/BackgroundGrant.h"
 #include "nvxcore/platform/Mutex.h"
-#include "nvxcore/platform/internal/BlockPool.h"
+#include "nvxcore/platform/internal/Pooled.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/internal/DownloadBuffer.h"
 
