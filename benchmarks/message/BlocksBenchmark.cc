@@ -1,5 +1,6 @@
-// Counts the blocks that the system is asked for while a message is parsed by a thread whose pool has nothing,
-// the thread's part of the pool among them. A program of its own: what counts stands in the way of malloc.
+// Counts the blocks that the system is asked for while a message is parsed by a thread whose pool has
+// nothing, the thread's part of the pool among them. A program of its own: what counts stands in the way of
+// malloc.
 
 #include <cstdio>
 #include <cstdlib>

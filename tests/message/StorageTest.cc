@@ -1,5 +1,7 @@
+#include <string>
 #include <vector>
 
+#include "nvxcore/message/NVXx_PBCodedInputStream.h"
 #include "nvxcore/message/NVXx_PBDescriptor.h"
 #include "nvxcore/message/NVXx_PBUnknownFieldSet.h"
 #include "tests/message/MessageTest.h"
@@ -54,6 +56,25 @@ TEST_F(StorageTest, EveryKindOfChangeToALatentChildShowsInItsParent) {
   parent->extendable().clearExtension(NVXx_EXExampleRoot::extInt32());
   parent->extendable().mergeFromData(Data());
   EXPECT_FALSE(parent->hasExtendable());
+}
+
+TEST_F(StorageTest, CopiedBytesOutliveTheInputAndTheirMessage) {
+  std::string input = bytesOf("3A 01 61 42 02 78 79 3A 03 62 63 64 70 07").string();
+  bool isGone = false;
+  NVXx_PBString name;
+  {
+    NVXx_PBCodedInputStream stream(Data::wrap(input.data(), input.size(), [&] { isGone = true; }));
+    stream.setCopiesBytes(true);
+    const auto message = NVXx_EXDefaults::parseFromCodedInputStream(stream, nullptr);
+    name = message->name_handle();
+    // The later of the two, in place; another one is a block of its own.
+    EXPECT_EQ(message->name(), "bcd");
+    message->setName("replaced");
+    EXPECT_EQ(message->blob(), "xy");
+  }
+  EXPECT_TRUE(isGone);
+  input.assign(input.size(), '?');
+  EXPECT_EQ(name.view(), "bcd");
 }
 
 TEST_F(StorageTest, AReplacedOrOrphanedLatentChildStandsAlone) {

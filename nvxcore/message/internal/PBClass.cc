@@ -153,8 +153,9 @@ PBClass* PBFileAccess::buildClass(const PBFile& file, uint32_t index) {
   result->ranges = tables.ranges + message.firstRange;
   result->rangeCount = message.rangeCount;
 
-  // One more before the first, of a tag that never comes.
-  auto* entries = new PBEntry[message.fieldCount + 1]() + 1;
+  // One more before the first, of a tag that never comes, and one behind: leak checkers know no block by its
+  // end.
+  auto* entries = new PBEntry[message.fieldCount + 2]() + 1;
   entries[-1].op = kPBOpUnknown;
   auto* byTag = new uint8_t[0x80]();
   auto* infos = new PBFieldInfo[message.fieldCount];
