@@ -1,6 +1,7 @@
 #include "nvxcore/message/NVXx_PBUnknownFieldSet.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "nvxcore/message/NVXx_PBCodedInputStream.h"
@@ -9,6 +10,7 @@
 #include "nvxcore/message/NVXx_PBTextFormat.h"
 #include "nvxcore/message/internal/PBReflection.h"
 #include "nvxcore/platform/Exception.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -28,7 +30,8 @@ void requireNumber(int32_t number) {
 }  // namespace
 
 Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::set() {
-  return Ref<NVXx_PBUnknownFieldSet>::adopt(new NVXx_PBUnknownFieldSet);
+  return Ref<NVXx_PBUnknownFieldSet>::adopt(::new (BlockPool::allocate(sizeof(NVXx_PBUnknownFieldSet)))
+                                                NVXx_PBUnknownFieldSet);
 }
 
 Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::setWithFields(const NVXx_PBUnknownFieldSet& other) {
@@ -40,7 +43,10 @@ Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::setWithFields(const NVXx_PBU
 }
 
 void NVXx_PBUnknownFieldSet::release() const {
-  if (_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  if (_references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  auto* self = const_cast<NVXx_PBUnknownFieldSet*>(this);
+  self->~NVXx_PBUnknownFieldSet();
+  BlockPool::free(self, sizeof *self);
 }
 
 // The dictionary.
@@ -106,13 +112,10 @@ void NVXx_PBUnknownFieldSet::getTags(int32_t* tags) const {
 
 void NVXx_PBUnknownFieldSet::addField(const Ref<NVXx_PBMutableField>& field) {
   requireNumber(field->number());
-  for (auto& existing : _fields) {
-    if (existing->number() == field->number()) {
-      existing = field;
-      return;
-    }
-  }
-  put(field);
+  if (!find(field->number())) return put(field);
+  const auto former = std::find_if(_fields.begin(), _fields.end(),
+                                   [&](const auto& one) { return one->number() == field->number(); });
+  *former = field;
 }
 
 NVXx_PBMutableField* NVXx_PBUnknownFieldSet::getFieldBuilder(int32_t number, bool create) {

@@ -45,6 +45,7 @@ class PBParser {
     const Frame* parent;
     uint64_t start;
     uint64_t limit;
+    uint64_t deepestBefore;  // how deep the parent had gone before
     Message* message;
   };
   class Nested;
