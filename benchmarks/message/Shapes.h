@@ -28,7 +28,7 @@ class NVXx_BMShapesRoot : public NVXx_PBRootObject {
   static NVXx_PBExtensionField* extensionNamed(std::string_view name) { return file().extensionNamed(name); }
 };
 
-inline bool BMKind_IsValidValue(int32_t value) { return NVXx_BMShapesRoot::file().enumIsValid(0, value); }
+inline bool BMKindIsValidValue(int32_t value) { return NVXx_BMShapesRoot::file().enumIsValid(0, value); }
 struct BMKindEnumDescriptor : NVXx_PBGeneratedEnumDescriptor {
   static const NVXx_PBEnumDescriptor& enumDescriptor() { return NVXx_BMShapesRoot::file().enumDescriptor(0); }
 };

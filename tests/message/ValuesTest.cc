@@ -170,10 +170,10 @@ TEST_F(ValuesTest, DescriptorsTellTheTables) {
   EXPECT_EQ(color.enumValueWithNumber(1)->name(), "EXColorGreen");
   EXPECT_EQ(color.textFormatNameForEnumValue(3), "STRING_PIECE");
   EXPECT_EQ(color.textFormatNameForEnumValue(77), "");
-  EXPECT_TRUE(EXColor_IsValidValue(-2));
-  EXPECT_FALSE(EXColor_IsValidValue(-1));
-  for (const int32_t valid : {-5, -1, 1, 3, 100}) EXPECT_TRUE(EXCode_IsValidValue(valid)) << valid;
-  for (const int32_t invalid : {-6, 0, 4, 99, 101}) EXPECT_FALSE(EXCode_IsValidValue(invalid)) << invalid;
+  EXPECT_TRUE(EXColorIsValidValue(-2));
+  EXPECT_FALSE(EXColorIsValidValue(-1));
+  for (const int32_t valid : {-5, -1, 1, 3, 100}) EXPECT_TRUE(EXCodeIsValidValue(valid)) << valid;
+  for (const int32_t invalid : {-6, 0, 4, 99, 101}) EXPECT_FALSE(EXCodeIsValidValue(invalid)) << invalid;
 }
 
 TEST_F(ValuesTest, TextFormatLineByLine) {

@@ -36,6 +36,9 @@ class PBParser {
   }
   /// A new message that shares the input, if that is to be shared.
   NVXx_PBGeneratedMessage* create(const PBClass& messageClass);
+  /// What follows the tag of an extension.
+  void extension(NVXx_PBGeneratedMessage& message, NVXx_PBExtensionField& field);
+  PBValue plainScalar(NVXx_PBType type);
 
  private:
   using Message = NVXx_PBGeneratedMessage;
@@ -81,9 +84,7 @@ class PBParser {
   const uint8_t* longVarint(const uint8_t* p, const uint8_t* end, uint64_t& value, bool is32);
   bool unknown(Message& message, uint32_t tag);
   void messageSetItem(Message& message);
-  void extension(Message& message, NVXx_PBExtensionField& field);
   void addExtensionElement(Message& message, NVXx_PBExtensionField& field);
-  PBValue plainScalar(NVXx_PBType type);
   void extensionMessage(Message& message, NVXx_PBExtensionField& field);
   void readExtensionMessage(NVXx_PBExtensionField& field, Message& into, bool isFresh);
   Array& arrayOf(const PBEntry& entry, Message& message, uint32_t room);
