@@ -77,8 +77,14 @@ const Shape kShapes[] = {
        return bytes;
      },
      parse<NVXx_EXEmpty>},
-    {"groups of unknown groups", [](size_t size) { return repeated("0B 13 1B 1C 14 13 14 0C", size); },
+    {"distinct unknown numbers, far from each other",
+     [](size_t size) {
+       std::string bytes;
+       for (uint32_t i = 1; bytes.size() < size; ++i) bytes += varint(i * 512 * 8) + "\x01";
+       return bytes;
+     },
      parse<NVXx_EXEmpty>},
+    {"unknown groups", [](size_t size) { return repeated("13 14", size); }, parse<NVXx_EXEmpty>},
     {"items in items",
      [](size_t size) {
        // Each 400 deep, with something to skip at each level.
