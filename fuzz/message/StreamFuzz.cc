@@ -58,6 +58,61 @@ void lookAtExtensions(NVXx_EXExtendable& message) {
   check(total == message.extensionsSerializedSize());
 }
 
+template <class Call>
+bool throws(Call call) {
+  try {
+    call();
+  } catch (const Exception&) {
+    return true;
+  }
+  return false;
+}
+
+// One extension, whether the message has it or not: its parts as long as they say, its default or latent
+// message there, what isn't its own refused.
+void lookAtExtension(NVXx_EXExtendable& message, NVXx_PBExtensionField& field) {
+  const NVXx_PBExtensionDescriptor& told = field.descriptor();
+  check(told.fieldNumber() == field.fieldNumber() && told.type() == field.type() &&
+        told.singletonName() == field.singletonName() && told.isRepeated() == field.isRepeated() &&
+        told.isPackable() == field.isPackable() && told.isMessage() == field.isMessage());
+  check(!told.msgClass() == !told.isMessage() && (!told.enumDescriptor() || !told.isMessage()));
+  check(&field.containingType() == &NVXx_EXExtendable::descriptor() && !field.description().empty());
+  auto other = NVXx_EXChild::message();
+  const PBBoxedValue wrong = PBObject(NVXx_PBUnknownFieldSet::set());
+  check(throws([&] { other->getExtensionValue(field); }));
+  check(throws([&] { message.setExtensionValue(field, wrong); }) &&
+        throws([&] { message.addExtensionValue(field, wrong); }));
+  check(throws([&] { message.setExtensionValue(field, SIZE_MAX, wrong); }));
+  const PBBoxedValue value = message.getExtensionValue(field);
+  if (!field.isRepeated()) {
+    check(throws([&] { field.defaultValue(); }) == field.isMessage());
+    if (!field.isMessage()) return check(static_cast<bool>(value));
+    value.object().message()->mutableUnknownFields();  // real from here on
+    return check(message.hasExtensionField(field));
+  }
+  auto copy = message.copy();
+  check(copy->getExtensionValue(field).isEqual(value));
+  for (size_t i = 0; value && i < value.array()->count(); ++i) {
+    const PBValue element = value.array()->valueAtIndex(i);
+    const size_t whole = field.computePBSerializedSizeIncludingTag(element);
+    const size_t bare = field.computePBSerializedSizeNoTag(element);
+    MutableData buffer;
+    buffer.setLength(whole + bare);
+    NVXx_PBCodedOutputStream output(buffer);
+    field.writePBValueIncludingTag(element, output);
+    check(output.position() == whole);
+    if (field.type() == NVXx_PBType::Group) continue;
+    field.writePBValueNoTag(element, output);
+    check(output.position() == whole + bare);
+  }
+  if (!value) return;
+  MutableData buffer;
+  buffer.setLength(field.computePBSerializedSizesIncludingTags(*value.array()));
+  NVXx_PBCodedOutputStream output(buffer);
+  field.writePBValuesIncludingTags(*value.array(), output);
+  check(output.position() == buffer.length());
+}
+
 void read(NVXx_PBCodedInputStream& stream, const uint8_t* operations, size_t count) {
   const NVXx_PBExtensionRegistry* registry = &NVXx_EXExampleRoot::extensionRegistry();
   auto message = NVXx_EXExtendable::message();
@@ -65,7 +120,7 @@ void read(NVXx_PBCodedInputStream& stream, const uint8_t* operations, size_t cou
   std::vector<uint64_t> limits;
   for (size_t i = 0; i < count; ++i) {
     const uint8_t argument = operations[i] >> 5;
-    switch (operations[i] % 26) {
+    switch (operations[i] % 27) {
       case 0:
         stream.readDouble();
         break;
@@ -131,17 +186,19 @@ void read(NVXx_PBCodedInputStream& stream, const uint8_t* operations, size_t cou
         stream.readGroup(argument, *message, registry);
         break;
       case 20:
-        extensionAt(operations[i]).mergeFromCodedInputStream(stream, registry, *message);
+        extensionAt(i + 1 < count ? operations[++i] : 0)
+            .mergeFromCodedInputStream(stream, registry, *message);
         break;
       case 21: {
-        const NVXx_PBExtensionField& field = extensionAt(operations[i]);
+        const NVXx_PBExtensionField& field = extensionAt(i + 1 < count ? operations[++i] : 0);
         field.readSingleValueFromCodedInputStream(stream, registry, message->getExistingExtension(field));
         break;
       }
       case 22: {
         auto copy = unknown->copy();
         check(copy->isEqual(unknown.get()) || unknown->countOfFields() == 0);
-        copy->mergeUnknownFields(*NVXx_PBUnknownFieldSet::set());
+        std::vector<int32_t> tags(copy->countOfFields());
+        copy->getTags(tags.data());
         check(copy->hash() == unknown->hash() && !copy->description().empty());
         for (NVXx_PBField* field : copy->sortedFields()) {
           check(field->isEqual(copy->getField(field->number())) && !field->description().empty());
@@ -153,6 +210,11 @@ void read(NVXx_PBCodedInputStream& stream, const uint8_t* operations, size_t cou
         again->mergeFromData(written);
         check(again->data() == written);
         again->mergeUnknownFields(*unknown);
+        for (const int32_t tag : tags) {
+          check(copy->hasField(tag));
+          again->addField(NVXx_PBMutableField::fieldWithNumber(tag));
+        }
+        check(again->serializedSize() == 0 && again->countOfFields() == tags.size());
         break;
       }
       case 23: {
@@ -165,6 +227,9 @@ void read(NVXx_PBCodedInputStream& stream, const uint8_t* operations, size_t cou
       }
       case 24:
         lookAtExtensions(*message);
+        break;
+      case 25:
+        lookAtExtension(*message, extensionAt(i + 1 < count ? operations[++i] : 0));
         break;
       default:
         if (stream.isAtEnd()) return;
