@@ -1,9 +1,9 @@
 #include "nvxcore/message/NVXx_PBCodedInputStream.h"
 
+#include <algorithm>
 #include <bit>
-#include <cstdlib>
 #include <cstring>
-#include <new>
+#include <memory>
 #include <vector>
 
 #include "nvxcore/message/internal/PBBytes.h"
@@ -21,28 +21,55 @@ struct NVXx_PBCodedInputStream::Skipping {
     int32_t tag;
     bool hasEnded;
   };
-  Skipping(uint64_t size, uint64_t currentLimit)
-      : limit(currentLimit), loopOf(static_cast<uint32_t*>(std::calloc(size + 1, sizeof(uint32_t)))) {
-    if (!loopOf) throw std::bad_alloc();
-  }
-  ~Skipping() { std::free(loopOf); }
-  Skipping(const Skipping&) = delete;
-  Skipping& operator=(const Skipping&) = delete;
+  Skipping(uint64_t size, uint64_t currentLimit) : limit(currentLimit), pages(size / kPageSize + 1) {}
 
-  const uint64_t limit;
-  uint32_t* const loopOf;  // by position, into `loops`, from 1
+  /// What was learned under one limit doesn't hold under another.
+  void beginAnew(uint64_t currentLimit) {
+    limit = currentLimit;
+    loops.clear();
+    for (const uint64_t page : usedPages) pages[page].reset();
+    usedPages.clear();
+  }
+  /// The loop of a position, an index into `loops` from 1; 0 where none is known. Room is made for the
+  /// positions that come, not for all of the buffer: items lie in each other by the hundred, each with a
+  /// stream.
+  uint32_t& loopOf(uint64_t position) {
+    auto& page = pages[position / kPageSize];
+    if (!page) {
+      usedPages.push_back(position / kPageSize);
+      page = std::make_unique<uint32_t[]>(kPageSize);
+    }
+    return page[position % kPageSize];
+  }
+
+  static constexpr uint64_t kPageSize = 256;
+  uint64_t limit;
   std::vector<Loop> loops;
+
+ private:
+  std::vector<std::unique_ptr<uint32_t[]>> pages;
+  std::vector<uint64_t> usedPages;
 };
 
+namespace {
+
+// A position that moved back may lead to what was read before, now as a part of another message, and that
+// again back: so a few bytes can ask for time without measure. How many bytes are gone back over in all is
+// limited, as a multiple of the input.
+uint64_t mostRereads(uint64_t size) { return 4 * size + 65536; }
+
+}  // namespace
+
 NVXx_PBCodedInputStream::NVXx_PBCodedInputStream(const Data& data)
-    : _buffer(data), _bytes(data.bytes()), _bufferSize(data.length()) {}
+    : _buffer(data), _bytes(data.bytes()), _bufferSize(data.length()), _rereads(mostRereads(_bufferSize)) {}
 NVXx_PBCodedInputStream::NVXx_PBCodedInputStream(const NVXx_PBCodedInputStream& outer, const uint8_t* bytes,
                                                  uint64_t size)
     : _buffer(outer._buffer),
       _bytes(bytes),
       _bufferSize(size),
       _copiesBytes(outer._copiesBytes),
-      _chain(outer._chain) {}
+      _rereads(outer._rereads),
+      _chain(outer._chain + static_cast<uint32_t>(outer._recursionDepth)) {}
 NVXx_PBCodedInputStream::NVXx_PBCodedInputStream(NVXx_PBCodedInputStream&&) noexcept = default;
 NVXx_PBCodedInputStream::~NVXx_PBCodedInputStream() = default;
 
@@ -56,6 +83,12 @@ void NVXx_PBCodedInputStream::requireBytes(uint64_t count) {
     _bufferPos = _currentLimit;
     throwTruncated();
   }
+}
+
+void NVXx_PBCodedInputStream::noteMoveBack(uint64_t distance) {
+  _hasMovedBack = true;
+  if (distance > _rereads) throwTruncated();
+  _rereads -= distance;
 }
 
 int32_t NVXx_PBCodedInputStream::readTag() {
@@ -125,7 +158,7 @@ NVXx_PBString NVXx_PBCodedInputStream::readString() {
   const uint8_t* bytes = _bytes + _bufferPos;
   _bufferPos += static_cast<uint64_t>(int64_t{length});
   if (length < 0) {
-    _hasMovedBack = true;
+    noteMoveBack(static_cast<uint64_t>(-int64_t{length}));
     return NVXx_PBString::sharing(DataAccess::adopt(pbEmptyString()));
   }
   return NVXx_PBString(std::string_view(reinterpret_cast<const char*>(bytes), static_cast<size_t>(length)));
@@ -184,7 +217,7 @@ bool NVXx_PBCodedInputStream::skipField(int32_t tag) {
       const auto length = static_cast<uint64_t>(int64_t{readInt32()});
       requireBytes(length);
       _bufferPos += length;
-      if (static_cast<int64_t>(length) < 0) _hasMovedBack = true;
+      if (static_cast<int64_t>(length) < 0) noteMoveBack(0 - length);
       return true;
     }
     case PBWireTypeStartGroup:
@@ -209,13 +242,13 @@ bool NVXx_PBCodedInputStream::skipGroups(int32_t startTag) {
     uint32_t loop;  // 0 until the stream has moved back
   };
   std::vector<Level> levels{{startTag, 0}};
-  if (_skipping && _skipping->limit != _currentLimit) _skipping.reset();
+  if (_skipping && _skipping->limit != _currentLimit) _skipping->beginAnew(_currentLimit);
   for (;;) {
     bool ended = false;
     if (_hasMovedBack) {
       if (!_skipping) _skipping = std::make_unique<Skipping>(_bufferSize, _currentLimit);
       std::vector<Skipping::Loop>& loops = _skipping->loops;
-      uint32_t& loop = _skipping->loopOf[_bufferPos];
+      uint32_t& loop = _skipping->loopOf(_bufferPos);
       if (loop) {
         const Skipping::Loop& former = loops[loop - 1];
         if (!former.hasEnded) throwTruncated();  // it leads back to itself: no end will come
@@ -263,7 +296,7 @@ void NVXx_PBCodedInputStream::readGroup(int32_t fieldNumber, NVXx_PBGeneratedMes
 
 void NVXx_PBCodedInputStream::readUnknownGroup(int32_t fieldNumber, NVXx_PBUnknownFieldSet& builder) {
   enter();
-  ++_recursionDepth;
+  _deepest = std::max(_deepest, ++_recursionDepth);
   builder.mergeFromCodedInputStream(*this);
   checkLastTagWas(static_cast<int32_t>(static_cast<uint32_t>(fieldNumber) << 3 | PBWireTypeEndGroup));
   --_recursionDepth;

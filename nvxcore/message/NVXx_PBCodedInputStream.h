@@ -86,6 +86,7 @@ class NVXCORE_EXPORT NVXx_PBCodedInputStream {
   [[noreturn]] void throwTruncated();
   void requireBytes(uint64_t count);
   void enter() const;
+  void noteMoveBack(uint64_t distance);
   bool skipGroups(int32_t tag);
 
   Data _buffer;
@@ -96,9 +97,10 @@ class NVXCORE_EXPORT NVXx_PBCodedInputStream {
   int32_t _lastTag = 0;
   bool _copiesBytes = false;
   bool _hasMovedBack = false;  // so that a position can come again
-  bool _isDoomed = false;      // a message lies in itself: the depth will fail
   uint64_t _recursionDepth = 0;
-  uint32_t _chain = 0;  // streams of message-set items that this one lies in
+  uint64_t _deepest = 0;  // the greatest depth within the message or group that is being read
+  uint64_t _rereads;      // bytes that may still be gone back over
+  uint32_t _chain = 0;    // message-set items, messages and groups that this stream lies in
   std::unique_ptr<Skipping> _skipping;
   const void* _frames = nullptr;  // the parser's open messages and groups
 };

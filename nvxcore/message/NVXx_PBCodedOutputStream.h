@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "nvxcore/message/NVXx_PBArray.h"
 #include "nvxcore/message/NVXx_PBTypes.h"
@@ -36,6 +37,11 @@ class NVXCORE_EXPORT NVXx_PBCodedOutputStream {
   NVXx_PBCodedOutputStream(const NVXx_PBCodedOutputStream&) = delete;
   NVXx_PBCodedOutputStream& operator=(const NVXx_PBCodedOutputStream&) = delete;
   ~NVXx_PBCodedOutputStream();
+  static NVXx_PBCodedOutputStream streamWithOutputStream(std::shared_ptr<OutputStream> output,
+                                                         size_t bufferSize = kDefaultBufferSize) {
+    return NVXx_PBCodedOutputStream(std::move(output), bufferSize);
+  }
+  static NVXx_PBCodedOutputStream streamWithData(MutableData& data) { return NVXx_PBCodedOutputStream(data); }
   /// Writes into bare memory.
   static NVXx_PBCodedOutputStream overMemory(uint8_t* bytes, size_t size) {
     return NVXx_PBCodedOutputStream(bytes, size);

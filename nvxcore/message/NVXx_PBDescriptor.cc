@@ -32,6 +32,8 @@ std::string SelFromStrings(std::string_view prefix, std::string_view name, bool 
   return result;
 }
 
+Data NVXx_PBEmptyNSData() { return DataAccess::adopt(pbEmptyString()); }
+
 std::string NVXx_PBDecodeTextFormatName(std::string_view info, int32_t key, std::string_view inputName) {
   if (info.empty() || inputName.empty()) return {};
   const char* p = info.data();
@@ -188,7 +190,7 @@ PBBoxedValue NVXx_PBFieldDescriptor::defaultValue() const {
     throw Exception("NSInternalInconsistencyException", "-defaultValue called for a message field");
   const PBFieldInfo& info = _class.infos[_index];
   if (!NVXx_PBTypeIsObject(type())) return pbBoxedScalar(type(), info.defaultValue);
-  const Data bytes = info.defaultBytes ? info.defaultBytes : DataAccess::adopt(pbEmptyString());
+  const Data bytes = info.defaultBytes ? info.defaultBytes : NVXx_PBEmptyNSData();
   if (type() == NVXx_PBType::Data) return PBObject(bytes);
   return PBObject(NVXx_PBString::sharing(bytes));
 }

@@ -12,6 +12,7 @@
 #include "nvxcore/message/NVXx_PBExtensionField.h"
 #include "nvxcore/message/NVXx_PBTypes.h"
 #include "nvxcore/message/NVXx_PBValue.h"
+#include "nvxcore/platform/Data.h"
 #include "nvxcore/platform/Export.h"
 
 namespace nvxcore {
@@ -128,6 +129,8 @@ class NVXCORE_EXPORT NVXx_PBDescriptor {
 /// An accessor's name: prefix and field name, its first letter upper-cased, with a colon where it takes a
 /// value.
 NVXCORE_EXPORT std::string SelFromStrings(std::string_view prefix, std::string_view name, bool takesArgument);
+/// The one empty byte buffer that Data fields without a default give.
+NVXCORE_EXPORT Data NVXx_PBEmptyNSData();
 /// The schema's name by a program of text-format information; empty where there is none for the key. Throws
 /// NSParseErrorException on an endless varint.
 NVXCORE_EXPORT std::string NVXx_PBDecodeTextFormatName(std::string_view info, int32_t key,

@@ -28,8 +28,8 @@ class NVXCORE_EXPORT NVXx_PBEnumDescriptor {
   NVXx_PBEnumDescriptor(const NVXx_PBEnumDescriptor&) = delete;
   NVXx_PBEnumDescriptor& operator=(const NVXx_PBEnumDescriptor&) = delete;
 
-  /// Looks among the files that are in use, that is, of which a class, an enum or the registry was reached;
-  /// null when there is none of that name.
+  /// Looks among the files that are in use (of which a class, an enum or the registry was reached) and,
+  /// however far, those that they import; null when there is none of that name.
   static const NVXx_PBEnumDescriptor* descriptorForName(std::string_view name);
 
   const std::string& name() const { return _name; }
@@ -41,7 +41,10 @@ class NVXCORE_EXPORT NVXx_PBEnumDescriptor {
   /// name.
   std::string textFormatNameForEnumValue(int32_t number) const;
   std::string textFormatNameForValue(int32_t number) const { return textFormatNameForEnumValue(number); }
-  /// The verifier: true for a number that the enum takes.
+  /// What says whether a number is one that the enum takes.
+  auto enumVerifier() const {
+    return [this](int32_t number) { return isValidValue(number); };
+  }
   bool isValidValue(int32_t number) const {
     if (static_cast<uint32_t>(number) < 64) return _low >> number & 1;
     return isValidElsewhere(number);

@@ -5,6 +5,7 @@
 #include "nvxcore/message/NVXx_PBCodedOutputStream.h"
 #include "nvxcore/message/NVXx_PBDescriptor.h"
 #include "nvxcore/message/NVXx_PBExtensionRegistry.h"
+#include "nvxcore/message/internal/PBParser.h"
 #include "nvxcore/message/internal/PBReflection.h"
 #include "nvxcore/message/internal/PBWriter.h"
 #include "nvxcore/platform/Exception.h"
@@ -47,8 +48,7 @@ PBBoxedValue NVXx_PBExtensionField::defaultValue() const {
       throw Exception("NSInternalInconsistencyException", "-defaultValue called for a message extension");
     case NVXx_PBType::String:
     case NVXx_PBType::Data: {
-      const Data bytes =
-          _description.defaultBytes ? _description.defaultBytes : DataAccess::adopt(pbEmptyString());
+      const Data bytes = _description.defaultBytes ? _description.defaultBytes : NVXx_PBEmptyNSData();
       if (type() == NVXx_PBType::Data) return PBObject(bytes);
       return PBObject(NVXx_PBString::sharing(bytes));
     }
@@ -59,6 +59,40 @@ PBBoxedValue NVXx_PBExtensionField::defaultValue() const {
 
 int NVXx_PBExtensionField::compareByFieldNumber(const NVXx_PBExtensionField& other) const {
   return fieldNumber() < other.fieldNumber() ? -1 : fieldNumber() > other.fieldNumber() ? 1 : 0;
+}
+
+PBBoxedValue NVXx_PBExtensionField::readSingleValueFromCodedInputStream(
+    NVXx_PBCodedInputStream& stream, const NVXx_PBExtensionRegistry* registry,
+    const PBBoxedValue& existingValue) const {
+  switch (type()) {
+    case NVXx_PBType::Data:
+      return PBObject(stream.readData());
+    case NVXx_PBType::String:
+      return PBObject(stream.readString());
+    case NVXx_PBType::Message:
+    case NVXx_PBType::Group:
+      break;
+    default:
+      return pbBoxedScalar(type(), PBParser(stream, registry).plainScalar(type()));
+  }
+  const NVXx_PBGeneratedMessage* existing = existingValue.object().message();
+  const auto message = Ref<NVXx_PBGeneratedMessage>::adopt(
+      existing ? PBMessageAccess::copy(*existing) : PBMessageAccess::create(*_description.messageClass));
+  if (type() == NVXx_PBType::Group) {
+    stream.readGroup(fieldNumber(), *message, registry);
+  } else if (isMessageSetExtension()) {
+    message->mergeFromCodedInputStream(stream, registry);
+  } else {
+    stream.readMessage(*message, registry);
+  }
+  return PBObject(message);
+}
+
+void NVXx_PBExtensionField::mergeFromCodedInputStream(NVXx_PBCodedInputStream& stream,
+                                                      const NVXx_PBExtensionRegistry* registry,
+                                                      NVXx_PBGeneratedMessage& builder) {
+  PBMessageAccess::requireExtension(builder, *this);
+  PBParser(stream, registry).extension(builder, *this);
 }
 
 namespace {

@@ -83,6 +83,15 @@ class NVXCORE_EXPORT NVXx_PBExtensionField {
   /// Ascending by number: negative, 0 or positive.
   int compareByFieldNumber(const NVXx_PBExtensionField& other) const;
 
+  /// One value, of which the tag was read. A message is a copy of the existing one with what is read merged
+  /// in; nothing for data of a negative length.
+  PBBoxedValue readSingleValueFromCodedInputStream(NVXx_PBCodedInputStream& stream,
+                                                   const NVXx_PBExtensionRegistry* registry,
+                                                   const PBBoxedValue& existingValue) const;
+  /// What follows a tag into a message of the class that is extended: sets it or adds to it.
+  void mergeFromCodedInputStream(NVXx_PBCodedInputStream& stream, const NVXx_PBExtensionRegistry* registry,
+                                 NVXx_PBGeneratedMessage& builder);
+
   // Single values and arrays, with and without tags.
   void writePBValueIncludingTag(PBValue value, NVXx_PBCodedOutputStream& output) const;
   void writePBValueNoTag(PBValue value, NVXx_PBCodedOutputStream& output) const;

@@ -95,6 +95,14 @@ NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_parse(const PBClass& messag
   return withError(error, [&] { return pb_parse(messageClass, stream, delimited, registry); });
 }
 
+void NVXx_PBGeneratedMessage::encodeWithCoder(Dictionary& coder) const { coder.set(kPBCoderDataKey, data()); }
+
+NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_decode(const PBClass& messageClass,
+                                                            const Dictionary& coder) {
+  const Data data = coder.get(kPBCoderDataKey).data();
+  return data ? pb_parse(messageClass, data, nullptr) : nullptr;
+}
+
 // Writing.
 
 void NVXx_PBGeneratedMessage::writeToCodedOutputStream(NVXx_PBCodedOutputStream& stream) const {

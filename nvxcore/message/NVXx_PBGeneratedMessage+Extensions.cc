@@ -229,4 +229,13 @@ std::vector<NVXx_PBExtensionField*> NVXx_PBGeneratedMessage::sortedExtensionsInU
   return result;
 }
 
+void NVXx_PBGeneratedMessage::writeExtensionsToCodedOutputStream(NVXx_PBCodedOutputStream& stream,
+                                                                 const NVXx_PBExtensionRange& range) const {
+  for (const NVXx_PBExtensionField* field : sortedExtensionsInUse()) {
+    const auto number = static_cast<uint32_t>(field->fieldNumber());
+    if (number < range.start() || number >= range.end()) continue;
+    field->writeValueIncludingTag(getExistingExtension(*field), stream);
+  }
+}
+
 }  // namespace nvxcore

@@ -37,6 +37,16 @@ uint32_t requireField(const NVXx_PBGeneratedMessage& message, const NVXx_PBField
                                                  " doesn't take a value of " + value.className());
 }
 
+void requireKind(const NVXx_PBGeneratedMessage& message, uint32_t field, const PBObject& object) {
+  const PBClass& messageClass = Access::classOf(message);
+  const PBEntry& entry = messageClass.entries[field];
+  if (object.kind() != pbObjectKind(entry.type) ||
+      (entry.isMessage() &&
+       &object.message()->classOfMessage() != &messageClass.infos[field].messageClass())) {
+    throwWrongValue(messageClass, field, object);
+  }
+}
+
 }  // namespace
 
 PBBoxedValue NVXx_PBGeneratedMessage::valueForName(std::string_view name) const {
@@ -81,13 +91,8 @@ void NVXx_PBSetValueWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFie
   }
   if (!value) return Access::clearField(message, index);
   if (NVXx_PBTypeIsObject(entry.type)) {
-    const PBObject& object = value.object();
-    if (object.kind() != pbObjectKind(entry.type) ||
-        (entry.isMessage() &&
-         &object.message()->classOfMessage() != &messageClass.infos[index].messageClass())) {
-      throwWrongValue(messageClass, index, value);
-    }
-    return Access::setObject(message, index, PBObjectAccess::take(PBObject(object)));
+    if (!value.object()) throwWrongValue(messageClass, index, value);
+    return NVXx_PBSetObjectIvarWithField(message, field, value.object());
   }
   if (!value.isNumber()) throwWrongValue(messageClass, index, value);
   const PBValue scalar = pbScalarOf(entry.type, value);
@@ -97,30 +102,49 @@ void NVXx_PBSetValueWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFie
   Access::becomeVisible(message);
 }
 
-#define NVX_PB_IVAR(Name, Scalar)                                                                         \
-  Scalar NVXx_PBGet##Name##IvarWithField(const NVXx_PBGeneratedMessage& message,                          \
-                                         const NVXx_PBFieldDescriptor& field) {                           \
-    const uint32_t index = requireField(message, field);                                                  \
-    const PBClass& messageClass = Access::classOf(message);                                               \
-    const PBEntry& entry = messageClass.entries[index];                                                   \
-    if (entry.isObject() || NVXx_PBArrayValueTypeForPBType(entry.type) != PBArrayValueType##Name) {       \
-      throw Exception(kInvalidArgumentException, "Field " + field.name() + " is not of the type " #Name); \
-    }                                                                                                     \
-    if (!Access::has(message, entry.has)) return messageClass.infos[index].defaultValue.value##Name;      \
-    PBValue value;                                                                                        \
-    std::memcpy(&value.valueUInt64, Access::storage(message) + entry.offset, sizeof(Scalar));             \
-    return static_cast<Scalar>(value.value##Name);                                                        \
-  }                                                                                                       \
-  void NVXx_PBSet##Name##IvarWithField(NVXx_PBGeneratedMessage& message,                                  \
-                                       const NVXx_PBFieldDescriptor& field, Scalar value) {               \
-    const uint32_t index = requireField(message, field);                                                  \
-    const PBEntry& entry = Access::classOf(message).entries[index];                                       \
-    if (entry.isObject() || NVXx_PBArrayValueTypeForPBType(entry.type) != PBArrayValueType##Name) {       \
-      throw Exception(kInvalidArgumentException, "Field " + field.name() + " is not of the type " #Name); \
-    }                                                                                                     \
-    Access::store<Scalar>(message, entry.offset, value);                                                  \
-    Access::setHas(message, entry.has);                                                                   \
-    Access::becomeVisible(message);                                                                       \
+namespace {
+
+[[noreturn]] void throwWrongType(const NVXx_PBFieldDescriptor& field, const char* type) {
+  throw Exception(kInvalidArgumentException, "Field " + field.name() + " is not of the type " + type);
+}
+
+const PBEntry& requireScalar(const NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field,
+                             PBArrayValueType type, const char* name) {
+  const PBEntry& entry = Access::classOf(message).entries[requireField(message, field)];
+  if (entry.isObject() || NVXx_PBArrayValueTypeForPBType(entry.type) != type) throwWrongType(field, name);
+  return entry;
+}
+
+const PBEntry& requireObject(const NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field) {
+  const PBEntry& entry = Access::classOf(message).entries[requireField(message, field)];
+  if (!entry.isObject() || entry.isRepeated()) throwWrongType(field, "Object");
+  return entry;
+}
+
+}  // namespace
+
+#define NVX_PB_IVAR(Name, Scalar)                                                             \
+  Scalar NVXx_PBGet##Name##IvarWithField(const NVXx_PBGeneratedMessage& message,              \
+                                         const NVXx_PBFieldDescriptor& field) {               \
+    const PBEntry& entry = requireScalar(message, field, PBArrayValueType##Name, #Name);      \
+    if (!Access::has(message, entry.has)) {                                                   \
+      return Access::classOf(message).infos[field.index()].defaultValue.value##Name;          \
+    }                                                                                         \
+    PBValue value;                                                                            \
+    std::memcpy(&value.valueUInt64, Access::storage(message) + entry.offset, sizeof(Scalar)); \
+    return value.value##Name;                                                                 \
+  }                                                                                           \
+  void NVXx_PBSet##Name##IvarWithField(NVXx_PBGeneratedMessage& message,                      \
+                                       const NVXx_PBFieldDescriptor& field, Scalar value) {   \
+    const PBEntry& entry = requireScalar(message, field, PBArrayValueType##Name, #Name);      \
+    Access::store<Scalar>(message, entry.offset, value);                                      \
+    Access::setHas(message, entry.has);                                                       \
+    Access::becomeVisible(message);                                                           \
+  }                                                                                           \
+  void NVXx_PBSetHas##Name##IvarWithField(NVXx_PBGeneratedMessage& message,                   \
+                                          const NVXx_PBFieldDescriptor& field) {              \
+    requireScalar(message, field, PBArrayValueType##Name, #Name);                             \
+    Access::clearField(message, field.index());                                               \
   }
 NVX_PB_IVAR(Bool, bool)
 NVX_PB_IVAR(Int32, int32_t)
@@ -130,6 +154,50 @@ NVX_PB_IVAR(UInt64, uint64_t)
 NVX_PB_IVAR(Float, float)
 NVX_PB_IVAR(Double, double)
 #undef NVX_PB_IVAR
+
+PBObject NVXx_PBGetObjectIvarWithField(const NVXx_PBGeneratedMessage& message,
+                                       const NVXx_PBFieldDescriptor& field) {
+  requireObject(message, field);
+  return NVXx_PBGetValueWithField(message, field).object();
+}
+
+NVXx_PBGeneratedMessage& NVXx_PBGetMessageIvarWithField(const NVXx_PBGeneratedMessage& message,
+                                                        const NVXx_PBFieldDescriptor& field) {
+  if (!requireObject(message, field).isMessage()) throwWrongType(field, "Message");
+  return Access::child(message, field.index());
+}
+
+void NVXx_PBSetObjectIvarWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field,
+                                   const PBObject& value) {
+  NVXx_PBSetRetainedObjectIvarWithField(message, field, PBObject(value));
+}
+
+void NVXx_PBSetRetainedObjectIvarWithField(NVXx_PBGeneratedMessage& message,
+                                           const NVXx_PBFieldDescriptor& field, PBObject&& value) {
+  requireObject(message, field);
+  if (value) requireKind(message, field.index(), value);
+  Access::setObject(message, field.index(), PBObjectAccess::take(std::move(value)));
+}
+
+void NVXx_PBSetHasObjectIvarWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field) {
+  const uint32_t index = requireField(message, field);
+  if (!Access::classOf(message).entries[index].isObject()) throwWrongType(field, "Object");
+  Access::clearField(message, index);
+}
+
+NVXx_PBMutableArray& NVXx_PBGetArrayIvarWithField(const NVXx_PBGeneratedMessage& message,
+                                                  const NVXx_PBFieldDescriptor& field) {
+  const uint32_t index = requireField(message, field);
+  if (!field.isRepeated()) throwWrongType(field, "Array");
+  return Access::array(message, index);
+}
+
+void NVXx_PBSetArrayIvarWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field,
+                                  Ref<NVXx_PBMutableArray> value) {
+  const uint32_t index = requireField(message, field);
+  if (!field.isRepeated()) throwWrongType(field, "Array");
+  Access::setArray(message, index, value.get());
+}
 
 void NVXx_PBSetHasIvarWithField(NVXx_PBGeneratedMessage& message, const NVXx_PBFieldDescriptor& field) {
   Access::clearField(message, requireField(message, field));
@@ -151,8 +219,7 @@ void NVXx_PBBecomeVisibleToAutocreator(NVXx_PBGeneratedMessage& message) { Acces
 
 PBObject NVXx_PBGetObjectIvarWithFieldNoAutocreate(const NVXx_PBGeneratedMessage& message,
                                                    const NVXx_PBFieldDescriptor& field) {
-  const PBEntry& entry = Access::classOf(message).entries[requireField(message, field)];
-  if (!entry.isObject() || entry.isRepeated()) return {};
+  const PBEntry& entry = requireObject(message, field);
   return PBObjectAccess::share(pbObjectKind(entry.type), Access::slot<void>(message, entry.offset));
 }
 

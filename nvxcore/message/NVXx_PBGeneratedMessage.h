@@ -21,9 +21,11 @@
 
 namespace nvxcore {
 
+class Dictionary;
 class NVXx_PBCodedInputStream;
 class NVXx_PBCodedOutputStream;
 class NVXx_PBDescriptor;
+class NVXx_PBExtensionRange;
 class NVXx_PBExtensionRegistry;
 class NVXx_PBFieldDescriptor;
 class NVXx_PBUnknownFieldSet;
@@ -34,6 +36,7 @@ struct PBSide;
 inline constexpr char kPBGeneratedMessageErrorDomain[] = "NVXx_PBGeneratedMessageErrorDomain";
 inline constexpr int64_t kPBGeneratedMessageErrorCode = -100;
 inline constexpr char kPBErrorReasonKey[] = "NVXx_PBErrorReasonKey";
+inline constexpr char kPBCoderDataKey[] = "NVXx_PBGeneratedMessageData";
 
 /// The one base class of all messages. A generated class has no data of its own: what a message holds lies in
 /// one block behind this header, as the class's table lays it out.
@@ -86,6 +89,14 @@ class NVXCORE_EXPORT NVXx_PBGeneratedMessage : public NVXx_PBRootObject {
   Data delimitedData() const;
   /// Bytes of the serialised form.
   size_t serializedSize() const;
+  /// Those of the extensions with numbers from the range's start up to its end, ascending.
+  void writeExtensionsToCodedOutputStream(NVXx_PBCodedOutputStream& stream,
+                                          const NVXx_PBExtensionRange& range) const;
+
+  // An archive is a dictionary; a message puts its serialised form there as one Data. `initWithCoder` reads
+  // it.
+  static constexpr bool supportsSecureCoding() { return true; }
+  void encodeWithCoder(Dictionary& coder) const;
 
   // By name, as the accessors do it: a repeated field gives its array, an absent field its default, an absent
   // message its latent child. A name that the class doesn't have throws NSInvalidArgumentException, a value
@@ -195,6 +206,7 @@ class NVXCORE_EXPORT NVXx_PBGeneratedMessage : public NVXx_PBRootObject {
                                            const NVXx_PBExtensionRegistry* registry, Error* error);
   static NVXx_PBGeneratedMessage* pb_parse(const PBClass& messageClass, NVXx_PBCodedInputStream& stream,
                                            bool delimited, const NVXx_PBExtensionRegistry* registry);
+  static NVXx_PBGeneratedMessage* pb_decode(const PBClass& messageClass, const Dictionary& coder);
   static NVXx_PBGeneratedMessage* pb_parse(const PBClass& messageClass, NVXx_PBCodedInputStream& stream,
                                            bool delimited, const NVXx_PBExtensionRegistry* registry,
                                            Error* error);
@@ -266,6 +278,12 @@ class PBMessageOf : public NVXx_PBGeneratedMessage {
   static Ref<T> parseDelimitedFromCodedInputStream(NVXx_PBCodedInputStream& stream,
                                                    const NVXx_PBExtensionRegistry* registry, Error* error) {
     return pb_adopt(pb_parse(T::messageClass(), stream, true, registry, error));
+  }
+
+  /// Null where the archive has no message's data; throws the coded input stream's failures. No extensions
+  /// are known: they become unknown fields.
+  static Ref<T> initWithCoder(const Dictionary& coder) {
+    return pb_adopt(pb_decode(T::messageClass(), coder));
   }
 
   /// A new message that shares singular children, strings and data with this one; its arrays are new, their

@@ -155,30 +155,50 @@ N convert(From value) {
   }
 }
 
+// Calls with the member of PBValue that a number of the type lies in; not at all for objects.
+template <class Use>
+void withMember(PBArrayValueType type, Use use) {
+  switch (type) {
+    case PBArrayValueTypeBool:
+      return use(&PBValue::valueBool);
+    case PBArrayValueTypeInt32:
+      return use(&PBValue::valueInt32);
+    case PBArrayValueTypeUInt32:
+      return use(&PBValue::valueUInt32);
+    case PBArrayValueTypeInt64:
+      return use(&PBValue::valueInt64);
+    case PBArrayValueTypeUInt64:
+      return use(&PBValue::valueUInt64);
+    case PBArrayValueTypeFloat:
+      return use(&PBValue::valueFloat);
+    case PBArrayValueTypeDouble:
+      return use(&PBValue::valueDouble);
+    case PBArrayValueTypeObject:
+      break;
+  }
+}
+
+void read(const PBBoxedValue& from, bool& to) { to = from.boolValue(); }
+void read(const PBBoxedValue& from, int32_t& to) { to = from.int32Value(); }
+void read(const PBBoxedValue& from, uint32_t& to) { to = from.uint32Value(); }
+void read(const PBBoxedValue& from, int64_t& to) { to = from.int64Value(); }
+void read(const PBBoxedValue& from, uint64_t& to) { to = from.uint64Value(); }
+void read(const PBBoxedValue& from, float& to) { to = from.floatValue(); }
+void read(const PBBoxedValue& from, double& to) { to = from.doubleValue(); }
+
+PBBoxedValue boxed(PBArrayValueType type, const PBValue& value) {
+  PBBoxedValue result;
+  withMember(type, [&](auto member) { result = value.*member; });
+  return result;
+}
+
 }  // namespace
 
 template <class N>
 N PBBoxedValue::number() const {
-  if (_kind != Kind::Number) return N();
-  switch (_type) {
-    case PBArrayValueTypeBool:
-      return convert<N>(_value.valueBool);
-    case PBArrayValueTypeInt32:
-      return convert<N>(_value.valueInt32);
-    case PBArrayValueTypeUInt32:
-      return convert<N>(_value.valueUInt32);
-    case PBArrayValueTypeInt64:
-      return convert<N>(_value.valueInt64);
-    case PBArrayValueTypeUInt64:
-      return convert<N>(_value.valueUInt64);
-    case PBArrayValueTypeFloat:
-      return convert<N>(_value.valueFloat);
-    case PBArrayValueTypeDouble:
-      return convert<N>(_value.valueDouble);
-    case PBArrayValueTypeObject:
-      break;
-  }
-  return N();
+  N result = N();
+  if (_kind == Kind::Number) withMember(_type, [&](auto member) { result = convert<N>(_value.*member); });
+  return result;
 }
 template int64_t PBBoxedValue::number<int64_t>() const;
 template uint64_t PBBoxedValue::number<uint64_t>() const;
@@ -216,25 +236,19 @@ bool PBBoxedValue::isEqual(const PBBoxedValue& other) const {
 }
 
 std::string PBBoxedValue::printed() const {
-  switch (_type) {
-    case PBArrayValueTypeBool:
-      return _value.valueBool ? "YES" : "NO";
-    case PBArrayValueTypeInt32:
-      return std::to_string(_value.valueInt32);
-    case PBArrayValueTypeUInt32:
-      return std::to_string(_value.valueUInt32);
-    case PBArrayValueTypeInt64:
-      return std::to_string(_value.valueInt64);
-    case PBArrayValueTypeUInt64:
-      return std::to_string(_value.valueUInt64);
-    case PBArrayValueTypeFloat:
-      return pbFixed(static_cast<double>(_value.valueFloat));
-    case PBArrayValueTypeDouble:
-      return pbFixed(_value.valueDouble);
-    case PBArrayValueTypeObject:
-      break;
-  }
-  return {};
+  std::string result;
+  withMember(_type, [&](auto member) {
+    const auto value = _value.*member;
+    using Number = std::remove_cvref_t<decltype(value)>;
+    if constexpr (std::is_same_v<Number, bool>) {
+      result = value ? "YES" : "NO";
+    } else if constexpr (std::is_floating_point_v<Number>) {
+      result = pbFixed(static_cast<double>(value));
+    } else {
+      result = std::to_string(value);
+    }
+  });
+  return result;
 }
 
 std::string PBBoxedValue::description() const {
@@ -276,103 +290,29 @@ std::string PBBoxedValue::className() const {
 
 PBBoxedValue pbBoxedElement(const NVXx_PBArray& array, size_t index) {
   if (array.valueType() == PBArrayValueTypeObject) return array.objectAtIndex(index);
-  const PBValue value = array.valueAtIndex(index);
-  switch (array.valueType()) {
-    case PBArrayValueTypeBool:
-      return value.valueBool;
-    case PBArrayValueTypeInt32:
-      return value.valueInt32;
-    case PBArrayValueTypeUInt32:
-      return value.valueUInt32;
-    case PBArrayValueTypeInt64:
-      return value.valueInt64;
-    case PBArrayValueTypeUInt64:
-      return value.valueUInt64;
-    case PBArrayValueTypeFloat:
-      return value.valueFloat;
-    default:
-      return value.valueDouble;
-  }
+  return boxed(array.valueType(), array.valueAtIndex(index));
 }
 
 void pbAddBoxed(NVXx_PBMutableArray& array, const PBBoxedValue& value) {
-  switch (array.valueType()) {
-    case PBArrayValueTypeObject:
-      array.addObject(value.object());
-      break;
-    case PBArrayValueTypeBool:
-      array.addBool(static_cast<int8_t>(value.int64Value()) != 0);
-      break;
-    case PBArrayValueTypeInt32:
-      array.addInt32(value.int32Value());
-      break;
-    case PBArrayValueTypeUInt32:
-      array.addUInt32(value.uint32Value());
-      break;
-    case PBArrayValueTypeInt64:
-      array.addInt64(value.int64Value());
-      break;
-    case PBArrayValueTypeUInt64:
-      array.addUInt64(value.uint64Value());
-      break;
-    case PBArrayValueTypeFloat:
-      array.addFloat(value.floatValue());
-      break;
-    case PBArrayValueTypeDouble:
-      array.addDouble(value.doubleValue());
-      break;
+  if (array.valueType() == PBArrayValueTypeObject) return array.addObject(value.object());
+  // A bool is what the number's low byte is.
+  if (array.valueType() == PBArrayValueTypeBool) {
+    return array.addBool(static_cast<int8_t>(value.int64Value()) != 0);
   }
+  withMember(array.valueType(), [&](auto member) {
+    PBValue element;
+    read(value, element.*member);
+    PBArrayAccess::add(array, element.*member);
+  });
 }
 
 PBBoxedValue pbBoxedScalar(NVXx_PBType type, PBValue value) {
-  switch (NVXx_PBArrayValueTypeForPBType(type)) {
-    case PBArrayValueTypeBool:
-      return value.valueBool;
-    case PBArrayValueTypeInt32:
-      return value.valueInt32;
-    case PBArrayValueTypeUInt32:
-      return value.valueUInt32;
-    case PBArrayValueTypeInt64:
-      return value.valueInt64;
-    case PBArrayValueTypeUInt64:
-      return value.valueUInt64;
-    case PBArrayValueTypeFloat:
-      return value.valueFloat;
-    case PBArrayValueTypeDouble:
-      return value.valueDouble;
-    case PBArrayValueTypeObject:
-      break;
-  }
-  return {};
+  return boxed(NVXx_PBArrayValueTypeForPBType(type), value);
 }
 
 PBValue pbScalarOf(NVXx_PBType type, const PBBoxedValue& value) {
   PBValue result;
-  switch (NVXx_PBArrayValueTypeForPBType(type)) {
-    case PBArrayValueTypeBool:
-      result.valueBool = value.boolValue();
-      break;
-    case PBArrayValueTypeInt32:
-      result.valueInt32 = value.int32Value();
-      break;
-    case PBArrayValueTypeUInt32:
-      result.valueUInt32 = value.uint32Value();
-      break;
-    case PBArrayValueTypeInt64:
-      result.valueInt64 = value.int64Value();
-      break;
-    case PBArrayValueTypeUInt64:
-      result.valueUInt64 = value.uint64Value();
-      break;
-    case PBArrayValueTypeFloat:
-      result.valueFloat = value.floatValue();
-      break;
-    case PBArrayValueTypeDouble:
-      result.valueDouble = value.doubleValue();
-      break;
-    case PBArrayValueTypeObject:
-      break;
-  }
+  withMember(NVXx_PBArrayValueTypeForPBType(type), [&](auto member) { read(value, result.*member); });
   return result;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 namespace nvxcore {
@@ -78,5 +79,10 @@ constexpr PBWireType NVXx_PBWireFormatGetTagWireType(uint32_t tag) {
   return static_cast<PBWireType>(tag & 7);
 }
 constexpr uint32_t NVXx_PBWireFormatGetTagFieldNumber(uint32_t tag) { return tag >> 3; }
+
+constexpr double NVXx_PBConvertInt64ToDouble(int64_t bits) { return std::bit_cast<double>(bits); }
+constexpr float NVXx_PBConvertInt32ToFloat(int32_t bits) { return std::bit_cast<float>(bits); }
+constexpr int64_t NVXx_PBConvertDoubleToInt64(double value) { return std::bit_cast<int64_t>(value); }
+constexpr int32_t NVXx_PBConvertFloatToInt32(float value) { return std::bit_cast<int32_t>(value); }
 
 }  // namespace nvxcore

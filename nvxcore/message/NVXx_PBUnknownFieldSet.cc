@@ -1,6 +1,9 @@
 #include "nvxcore/message/NVXx_PBUnknownFieldSet.h"
 
 #include <algorithm>
+#include <bit>
+#include <new>
+#include <random>
 #include <utility>
 
 #include "nvxcore/message/NVXx_PBCodedInputStream.h"
@@ -9,6 +12,7 @@
 #include "nvxcore/message/NVXx_PBTextFormat.h"
 #include "nvxcore/message/internal/PBReflection.h"
 #include "nvxcore/platform/Exception.h"
+#include "nvxcore/platform/internal/BlockPool.h"
 
 namespace nvxcore {
 
@@ -17,8 +21,19 @@ namespace {
 // Up to this many fields are searched one after the other.
 constexpr size_t kFew = 8;
 
-size_t slotOf(int32_t number, size_t mask) {
-  return (static_cast<uint32_t>(number) * 0x9E3779B1U >> 8) & mask;
+// The factor is another one in each process, so that nobody can send numbers that all meet in one place. (The
+// order of a set is that of its list, and doesn't depend on it.)
+size_t slotOf(int32_t number, size_t tableSize) {
+  static const uint64_t factor = [] {
+    std::random_device random;
+    return (uint64_t{random()} << 32 | random()) | 1;
+  }();
+  return static_cast<size_t>(static_cast<uint32_t>(number) * factor >>
+                             (std::countl_zero(uint64_t{tableSize}) + 1));
+}
+
+uint64_t entryOf(int32_t number, size_t index) {
+  return uint64_t{static_cast<uint32_t>(number)} << 32 | (index + 1);
 }
 
 void requireNumber(int32_t number) {
@@ -28,7 +43,8 @@ void requireNumber(int32_t number) {
 }  // namespace
 
 Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::set() {
-  return Ref<NVXx_PBUnknownFieldSet>::adopt(new NVXx_PBUnknownFieldSet);
+  return Ref<NVXx_PBUnknownFieldSet>::adopt(::new (BlockPool::allocate(sizeof(NVXx_PBUnknownFieldSet)))
+                                                NVXx_PBUnknownFieldSet);
 }
 
 Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::setWithFields(const NVXx_PBUnknownFieldSet& other) {
@@ -40,7 +56,10 @@ Ref<NVXx_PBUnknownFieldSet> NVXx_PBUnknownFieldSet::setWithFields(const NVXx_PBU
 }
 
 void NVXx_PBUnknownFieldSet::release() const {
-  if (_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  if (_references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  auto* self = const_cast<NVXx_PBUnknownFieldSet*>(this);
+  self->~NVXx_PBUnknownFieldSet();
+  BlockPool::free(self, sizeof *self);
 }
 
 // The dictionary.
@@ -53,21 +72,29 @@ NVXx_PBMutableField* NVXx_PBUnknownFieldSet::find(int32_t number) const {
     return nullptr;
   }
   const size_t mask = _table.size() - 1;
-  for (size_t slot = slotOf(number, mask); _table[slot]; slot = (slot + 1) & mask) {
-    NVXx_PBMutableField* field = _fields[_table[slot] - 1].get();
-    if (field->number() == number) return field;
+  for (size_t slot = slotOf(number, _table.size()); _table[slot]; slot = (slot + 1) & mask) {
+    if (_table[slot] >> 32 == static_cast<uint32_t>(number)) {
+      return _fields[static_cast<uint32_t>(_table[slot]) - 1].get();
+    }
   }
   return nullptr;
 }
 
+void NVXx_PBUnknownFieldSet::enter(uint64_t entry) {
+  const size_t mask = _table.size() - 1;
+  size_t slot = slotOf(static_cast<int32_t>(entry >> 32), _table.size());
+  while (_table[slot]) slot = (slot + 1) & mask;
+  _table[slot] = entry;
+}
+
 void NVXx_PBUnknownFieldSet::index() {
-  size_t size = 4 * kFew;
-  while (size < 2 * _fields.size()) size *= 2;
-  _table.assign(size * 2, 0);
-  for (size_t i = 0; i < _fields.size(); ++i) {
-    size_t slot = slotOf(_fields[i]->number(), _table.size() - 1);
-    while (_table[slot]) slot = (slot + 1) & (_table.size() - 1);
-    _table[slot] = static_cast<uint32_t>(i + 1);
+  const std::vector<uint64_t> former =
+      std::exchange(_table, std::vector<uint64_t>(std::max(_table.size() * 2, 4 * kFew)));
+  if (former.empty()) {
+    for (size_t i = 0; i < _fields.size(); ++i) enter(entryOf(_fields[i]->number(), i));
+  }
+  for (const uint64_t entry : former) {
+    if (entry) enter(entry);
   }
 }
 
@@ -77,10 +104,9 @@ void NVXx_PBUnknownFieldSet::put(Ref<NVXx_PBMutableField> field) {
   const int32_t number = field->number();
   _fields.push_back(std::move(field));
   if (_fields.size() <= kFew) return;
-  if (_table.size() < 2 * _fields.size()) return index();
-  size_t slot = slotOf(number, _table.size() - 1);
-  while (_table[slot]) slot = (slot + 1) & (_table.size() - 1);
-  _table[slot] = static_cast<uint32_t>(_fields.size());
+  if (_table.empty()) return index();
+  if (_table.size() < 2 * _fields.size()) index();
+  enter(entryOf(number, _fields.size() - 1));
 }
 
 NVXx_PBField* NVXx_PBUnknownFieldSet::getField(int32_t number) const { return find(number); }
@@ -106,13 +132,10 @@ void NVXx_PBUnknownFieldSet::getTags(int32_t* tags) const {
 
 void NVXx_PBUnknownFieldSet::addField(const Ref<NVXx_PBMutableField>& field) {
   requireNumber(field->number());
-  for (auto& existing : _fields) {
-    if (existing->number() == field->number()) {
-      existing = field;
-      return;
-    }
-  }
-  put(field);
+  if (!find(field->number())) return put(field);
+  const auto former = std::find_if(_fields.begin(), _fields.end(),
+                                   [&](const auto& one) { return one->number() == field->number(); });
+  *former = field;
 }
 
 NVXx_PBMutableField* NVXx_PBUnknownFieldSet::getFieldBuilder(int32_t number, bool create) {

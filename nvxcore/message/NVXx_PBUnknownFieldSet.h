@@ -73,12 +73,14 @@ class NVXCORE_EXPORT NVXx_PBUnknownFieldSet {
   ~NVXx_PBUnknownFieldSet() = default;
   NVXx_PBMutableField* find(int32_t number) const;
   void put(Ref<NVXx_PBMutableField> field);
+  void enter(uint64_t entry);
   void index();
 
   mutable std::atomic<uint32_t> _references{1};
   bool _hasDictionary = false;  // a field was added at some time
   std::vector<Ref<NVXx_PBMutableField>> _fields;
-  std::vector<uint32_t> _table;  // open addressing over index + 1, once there are more than a few
+  // Open addressing, once there are more than a few: the number in the upper half, below it the index + 1.
+  std::vector<uint64_t> _table;
 };
 
 }  // namespace nvxcore

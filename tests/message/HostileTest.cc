@@ -68,8 +68,9 @@ TEST_F(HostileTest, SkippingGroupsByTheThousandNeedsNoStack) {
 TEST_F(HostileTest, ADescentThatJumpsBackFailsByItsDepth) {
   // A child, whose label jumps back to the child's own tag.
   NVXx_PBCodedInputStream stream(bytesOf("1A 06 12 F8 FF FF FF 0F 08 01"));
-  EXPECT_EQ(thrownBy([&] { NVXx_EXChild::parseFromCodedInputStream(stream, nullptr); }).substr(0, 21),
-            "NSParseErrorException");
+  EXPECT_EQ(thrownBy([&] { NVXx_EXChild::parseFromCodedInputStream(stream, nullptr); }),
+            "NSParseErrorException: recursionDepth(64) >= 64");
+  EXPECT_EQ(stream.position(), 2U);
 }
 
 TEST_F(HostileTest, ChainsOfMessageSetItemsAreLimited) {
@@ -84,6 +85,40 @@ TEST_F(HostileTest, ChainsOfMessageSetItemsAreLimited) {
   EXPECT_EQ(thrownBy([&] { NVXx_EXMessageSet::parseFromData(Data::copy(bytes), registry()); }),
             "NSParseErrorException: recursionDepth(1000) >= 1000");
   EXPECT_EQ(thrownBy([&] { NVXx_EXMessageSet::parseFromData(Data::copy(bytes)); }), "");
+}
+
+TEST_F(HostileTest, ItemsCountTheLevelsBetweenThem) {
+  const auto nested = [](int levels) {
+    const auto prefixed = [](const char* before, const std::string& inner) {
+      std::string bytes = testing::fromHex(before);
+      size_t left = inner.size();
+      for (; left >= 0x80; left >>= 7) bytes += static_cast<char>(left | 0x80);
+      return bytes + static_cast<char>(left) + inner;
+    };
+    std::string bytes;
+    for (int i = 0; i < levels; ++i) bytes = prefixed("0B 10 E8 07 1A", prefixed("12", bytes)) + "\x0C";
+    return Data::copy(bytes);
+  };
+  EXPECT_EQ(thrownBy([&] { NVXx_EXMessageSet::parseFromData(nested(300), registry()); }), "");
+  EXPECT_EQ(thrownBy([&] { NVXx_EXMessageSet::parseFromData(nested(350), registry()); }).substr(0, 38),
+            "NSParseErrorException: recursionDepth(");
+}
+
+TEST_F(HostileTest, GoingBackAgainAndAgainIsLimited) {
+  // Each set leads to position 2, where an item ends, and from there over all the sets before it, which are
+  // unknown fields of a set: a square of the input, if nobody stopped it.
+  std::string bytes = testing::fromHex("22 01 0C");
+  for (uint32_t i = 0; i < 4000; ++i) {
+    const uint32_t back = 0U - static_cast<uint32_t>(bytes.size() + 9 - 2);
+    bytes += testing::fromHex("12 07 0B 22");
+    for (int shift = 0; shift < 28; shift += 7) bytes += static_cast<char>((back >> shift & 0x7F) | 0x80);
+    bytes += static_cast<char>(back >> 28);
+    if (i != 10) continue;
+    EXPECT_EQ(thrownBy([&] { NVXx_EXItem::parseFromData(Data::copy(bytes), registry()); }), "");
+  }
+  const auto item = NVXx_EXItem::message();
+  EXPECT_EQ(thrownBy([&] { item->mergeFromData(Data::copy(bytes), registry()); }), "NSParseErrorException: ");
+  EXPECT_LT(item->serializedSize(), 20 * bytes.size());
 }
 
 TEST_F(HostileTest, AnAbsentElementStartsAListAndNoMore) {

@@ -1,6 +1,4 @@
-#include <barrier>
 #include <cmath>
-#include <thread>
 #include <vector>
 
 #include "nvxcore/message/NVXx_PBDescriptor.h"
@@ -170,10 +168,10 @@ TEST_F(ValuesTest, DescriptorsTellTheTables) {
   EXPECT_EQ(color.enumValueWithNumber(1)->name(), "EXColorGreen");
   EXPECT_EQ(color.textFormatNameForEnumValue(3), "STRING_PIECE");
   EXPECT_EQ(color.textFormatNameForEnumValue(77), "");
-  EXPECT_TRUE(EXColor_IsValidValue(-2));
-  EXPECT_FALSE(EXColor_IsValidValue(-1));
-  for (const int32_t valid : {-5, -1, 1, 3, 100}) EXPECT_TRUE(EXCode_IsValidValue(valid)) << valid;
-  for (const int32_t invalid : {-6, 0, 4, 99, 101}) EXPECT_FALSE(EXCode_IsValidValue(invalid)) << invalid;
+  EXPECT_TRUE(EXColorIsValidValue(-2));
+  EXPECT_FALSE(EXColorIsValidValue(-1));
+  for (const int32_t valid : {-5, -1, 1, 3, 100}) EXPECT_TRUE(EXCodeIsValidValue(valid)) << valid;
+  for (const int32_t invalid : {-6, 0, 4, 99, 101}) EXPECT_FALSE(EXCodeIsValidValue(invalid)) << invalid;
 }
 
 TEST_F(ValuesTest, TextFormatLineByLine) {
@@ -233,35 +231,6 @@ TEST_F(ValuesTest, TextFormatLineByLine) {
   d->setColor(EXColor_AlsoGreen);
   EXPECT_EQ(NVXx_PBTextFormatForMessage(d.get()).value(),
             "color: GREEN\ncode: 1  # EnumDescriptors not generated\n");
-}
-
-TEST_F(ValuesTest, ManyThreadsReadOneMessage) {
-  constexpr int kThreads = 8;
-  constexpr int kMessages = 500;
-  std::vector<Ref<NVXx_EXHolder>> messages;
-  for (int i = 0; i < kMessages; ++i) messages.push_back(NVXx_EXHolder::message());
-  const auto merged = NVXx_EXHolder::message();
-  std::barrier start(kThreads);
-  std::vector<std::vector<const void*>> seen(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      auto own = NVXx_EXHolder::message();
-      start.arrive_and_wait();
-      for (const auto& m : messages) {
-        const NVXx_EXHolder& message = *m;
-        seen[t].push_back(&message.extendable());
-        seen[t].push_back(&message.defaults().codeArray());
-        seen[t].push_back(message.extendable().getExtension(Root::extMessage()).get());
-        own->mergeFrom(message);
-        EXPECT_TRUE(message.copy()->isEqual(&message));
-        EXPECT_EQ(message.data().length(), message.serializedSize());
-        EXPECT_EQ(NVXx_PBTextFormatForMessage(&message), "");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[t], seen[0]);
 }
 
 }  // namespace

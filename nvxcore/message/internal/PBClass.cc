@@ -355,12 +355,15 @@ NVXx_PBEnumDescriptor* PBFileAccess::buildEnum(const PBFile& file, uint32_t inde
 
 const NVXx_PBEnumDescriptor* NVXx_PBEnumDescriptor::descriptorForName(std::string_view name) {
   const std::lock_guard<std::recursive_mutex> hold(pbSchemaLock());
-  for (const PBFile* file : openFiles()) {
-    const PBFileHeader& header = PBFileAccess::header(*file);
+  // The imports of a file that is in use come into use behind it.
+  for (size_t k = 0; k < openFiles().size(); ++k) {
+    const PBFile& file = *openFiles()[k];
+    const PBFileHeader& header = PBFileAccess::header(file);
     const PBFileAccess::Tables tables(header);
     for (uint32_t i = 0; i < header.enumCount; ++i) {
-      if (name == tables.names + tables.enums[i].names) return &file->enumDescriptor(i);
+      if (name == tables.names + tables.enums[i].names) return &file.enumDescriptor(i);
     }
+    for (uint32_t i = 0; i < header.importCount; ++i) PBFileAccess::rest(file).link(PBLinkFile, i);
   }
   return nullptr;
 }

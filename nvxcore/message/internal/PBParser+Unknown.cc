@@ -11,16 +11,16 @@ namespace nvxcore {
 
 using Access = PBMessageAccess;
 
-/// Message-set items lie in streams of their own, whose depth starts at 0: how many lie in each other is
-/// limited here, before the machine's stack does it.
+/// Message-set items lie in streams of their own, whose depth starts at 0: how many of them, with the
+/// messages and groups between them, lie in each other is limited here, before the machine's stack does it.
 class PBParser::Chain {
  public:
   explicit Chain(NVXx_PBCodedInputStream& stream) : _stream(stream) {
     constexpr uint32_t kLimit = 1000;
-    if (stream._chain >= kLimit) {
-      throw Exception(kParseErrorException,
-                      pbFormat("recursionDepth(%ld) >= %ld", static_cast<long>(stream._chain),
-                               static_cast<long>(kLimit)));
+    const uint64_t depth = stream._chain + stream._recursionDepth;
+    if (depth >= kLimit) {
+      throw Exception(kParseErrorException, pbFormat("recursionDepth(%ld) >= %ld", static_cast<long>(depth),
+                                                     static_cast<long>(kLimit)));
     }
     ++stream._chain;
   }
@@ -96,6 +96,7 @@ void PBParser::messageSetItem(Message& message) {
   NVXx_PBCodedInputStream item(_stream, bytes, length);
   PBParser parser(item, _registry, _dropsOnFailure);
   parser.extension(message, *field);
+  _stream._rereads = item._rereads;
 }
 
 // Extensions.

@@ -17,30 +17,42 @@ class PBParser::Nested {
   Nested(PBParser& parser, Message& message)
       : _stream(parser._stream),
         _frame{static_cast<const Frame*>(_stream._frames), _stream._bufferPos, _stream._currentLimit,
-               &message} {
+               _stream._deepest, &message} {
     if (_stream._hasMovedBack) [[unlikely]]
-      lookForItself(parser);
+      lookForItself();
     _stream._frames = &_frame;
-    ++_stream._recursionDepth;
+    _stream._deepest = ++_stream._recursionDepth;
   }
   ~Nested() {
     --_stream._recursionDepth;
+    _stream._deepest = std::max(_stream._deepest, _frame.deepestBefore);
     _stream._frames = _frame.parent;
   }
   Nested(const Nested&) = delete;
   Nested& operator=(const Nested&) = delete;
 
  private:
-  // One that opens where it is still open itself will open itself again, until the depth fails. Nothing that
-  // is read from there on will be seen, and what each level read is let go of.
-  void lookForItself(PBParser& parser) const {
-    for (const Frame* frame = _frame.parent; frame && !_stream._isDoomed; frame = frame->parent) {
-      _stream._isDoomed = frame->start == _frame.start && frame->limit == _frame.limit &&
-                          &Access::classOf(*frame->message) == &Access::classOf(*_frame.message);
-    }
-    if (_stream._isDoomed && _frame.parent) {
-      parser.flushPins();
-      _frame.parent->message->clear();
+  // One that opens for the third time where it is still open itself will do so until the depth fails. (For
+  // the second time it may yet find what the levels above prepared, and fail by that.) The rounds between are
+  // left out: as many as end without the failure, given how deep the last one went.
+  void lookForItself() const {
+    constexpr uint64_t kLimit = NVXx_PBCodedInputStream::kRecursionLimit;
+    uint64_t& depth = _stream._recursionDepth;
+    uint64_t period = 0;
+    uint64_t distance = 0;
+    uint64_t deepest = _stream._deepest;
+    for (const Frame* frame = _frame.parent; frame; frame = frame->parent) {
+      ++distance;
+      if (frame->start == _frame.start && frame->limit == _frame.limit &&
+          &Access::classOf(*frame->message) == &Access::classOf(*_frame.message)) {
+        if (period) {
+          const uint64_t round = deepest - (depth - period);
+          if (depth + round <= kLimit) depth += ((kLimit - round - depth) / period + 1) * period;
+          return _stream.enter();
+        }
+        period = distance;
+      }
+      if (!period) deepest = std::max(deepest, frame->deepestBefore);
     }
   }
 
@@ -205,7 +217,7 @@ void PBParser::setBytes(Loop& at, const PBEntry& entry) {
     // The string is empty and the position moves back.
     bytes = get();
     count = 0;
-    _stream._hasMovedBack = true;
+    _stream.noteMoveBack(static_cast<uint64_t>(-int64_t{length}));
   } else if (isString && !pbIsUTF8(bytes, count)) {
     count = 0;
   }
@@ -236,7 +248,7 @@ PBBlock* PBParser::readBlock(bool isString) {
   const uint8_t* bytes = get();
   _stream._bufferPos += static_cast<uint64_t>(int64_t{length});
   if (length < 0) {
-    _stream._hasMovedBack = true;
+    _stream.noteMoveBack(static_cast<uint64_t>(-int64_t{length}));
     return pbEmptyString();
   }
   if (isString && !pbIsUTF8(bytes, static_cast<size_t>(length))) return pbEmptyString();

@@ -40,6 +40,9 @@ class PBParser {
   NVXx_PBGeneratedMessage* create(const PBClass& messageClass, uint64_t span);
   /// Bytes that are left to read.
   uint64_t left() const { return static_cast<uint64_t>(endOf() - get()); }
+  /// What follows the tag of an extension.
+  void extension(NVXx_PBGeneratedMessage& message, NVXx_PBExtensionField& field);
+  PBValue plainScalar(NVXx_PBType type);
 
  private:
   using Message = NVXx_PBGeneratedMessage;
@@ -49,6 +52,7 @@ class PBParser {
     const Frame* parent;
     uint64_t start;
     uint64_t limit;
+    uint64_t deepestBefore;  // how deep the parent had gone before
     Message* message;
   };
   class Nested;
@@ -89,9 +93,7 @@ class PBParser {
   void setBytes(Loop& at, const PBEntry& entry);
   bool unknown(Message& message, uint32_t tag);
   void messageSetItem(Message& message);
-  void extension(Message& message, NVXx_PBExtensionField& field);
   void addExtensionElement(Message& message, NVXx_PBExtensionField& field);
-  PBValue plainScalar(NVXx_PBType type);
   void extensionMessage(Message& message, NVXx_PBExtensionField& field);
   void readExtensionMessage(NVXx_PBExtensionField& field, Message& into, bool isFresh);
   Array& arrayOf(const PBEntry& entry, Message& message, uint32_t room);

@@ -185,13 +185,13 @@ class NVXx_EXExampleRoot : public NVXx_PBRootObject {
   }
 };
 
-inline bool EXColor_IsValidValue(int32_t value) { return NVXx_EXExampleRoot::file().enumIsValid(0, value); }
+inline bool EXColorIsValidValue(int32_t value) { return NVXx_EXExampleRoot::file().enumIsValid(0, value); }
 struct EXColorEnumDescriptor : NVXx_PBGeneratedEnumDescriptor {
   static const NVXx_PBEnumDescriptor& enumDescriptor() {
     return NVXx_EXExampleRoot::file().enumDescriptor(0);
   }
 };
-inline bool EXCode_IsValidValue(int32_t value) { return NVXx_EXExampleRoot::file().enumIsValid(1, value); }
+inline bool EXCodeIsValidValue(int32_t value) { return NVXx_EXExampleRoot::file().enumIsValid(1, value); }
 struct EXCodeEnumDescriptor : NVXx_PBGeneratedEnumDescriptor {
   static const NVXx_PBEnumDescriptor& enumDescriptor() {
     return NVXx_EXExampleRoot::file().enumDescriptor(1);

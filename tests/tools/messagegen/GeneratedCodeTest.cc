@@ -250,6 +250,14 @@ TEST_F(GeneratedCodeTest, TakesClassesEnumsAndExtensionsFromOtherFiles) {
   EXPECT_EQ(EVREverythingRoot::extensionNamed("all"), nullptr);
 }
 
+TEST_F(GeneratedCodeTest, FindsEnumsOfImportedFilesByName) {
+  // Nothing of the imported file is touched but through the one that imports it.
+  EVREverythingRoot::file();
+  const NVXx_PBEnumDescriptor* quality = NVXx_PBEnumDescriptor::descriptorForName("SHRQuality");
+  ASSERT_TRUE(quality);
+  EXPECT_EQ(NVXx_PBEnumDescriptor::descriptorForName("Nobody"), nullptr);
+}
+
 TEST_F(GeneratedCodeTest, TellsValidNumbersAndNames) {
   for (int32_t number : {-3, -2, -1, 0, 1, 5}) EXPECT_TRUE(EVNumbersIsValidValue(number)) << number;
   for (int32_t number : {-4, 2, 4, 6, INT32_MIN, INT32_MAX})
