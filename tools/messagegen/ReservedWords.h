@@ -45,9 +45,9 @@ inline constexpr std::string_view kMessageOperations[] = {
     "mutableCopyWithZone", "mutableUnknownFields", "newMessageWithAutocreator",
     "parseDelimitedFromCodedInputStream", "parseFromCodedInputStream", "parseFromData", "parseMessageSet",
     "parseUnknownField", "serializedSize", "setExtension", "setExtensionValue", "setUnknownFields",
-    "setValueForName", "sortedExtensionsInUse", "unknownFields", "valueForName", "wasAutocreatedBy",
-    "writeDelimitedToCodedOutputStream", "writeDelimitedToOutputStream", "writeExtensionsToCodedOutputStream",
-    "writeField", "writeToCodedOutputStream", "writeToOutputStream"};
+    "setValueForName", "sortedExtensionsInUse", "supportsSecureCoding", "unknownFields", "valueForName",
+    "wasAutocreatedBy", "writeDelimitedToCodedOutputStream", "writeDelimitedToOutputStream",
+    "writeExtensionsToCodedOutputStream", "writeField", "writeToCodedOutputStream", "writeToOutputStream"};
 
 /// The operations of root classes, which the functions for extensions keep clear of too.
 inline constexpr std::string_view kRootOperations[] = {"extensionNamed", "file"};

@@ -20,8 +20,8 @@ using geoserver::ServerOptions;
 TEST(ExitTest, Leaves) {
   const char* url = std::getenv("NVXCORE_EXIT_TEST_URL");
   if (!url) return;
-  // Some hosts use OpenSSL themselves, which then tears itself down as the process leaves; what was registered
-  // before it runs afterwards, and may take its time.
+  // Some hosts use OpenSSL themselves, which then tears itself down as the process leaves; what was
+  // registered before it runs afterwards, and may take its time.
   const bool hostUsesOpenSSL = std::getenv("NVXCORE_EXIT_TEST_OPENSSL") != nullptr;
   if (hostUsesOpenSSL) {
     std::atexit([] { ::poll(nullptr, 0, 20); });
@@ -38,7 +38,8 @@ TEST(ExitTest, Leaves) {
     request.body = Data::copy(std::string(100'000, 'x'));
     const auto task = session->dataTaskWithRequest(request);
     task->resume();
-    if (i == 10 && !hostUsesOpenSSL) delegate->waitUntil(task, [](const TaskRecord& record) { return record.saw("data"); });
+    if (i == 10 && !hostUsesOpenSSL)
+      delegate->waitUntil(task, [](const TaskRecord& record) { return record.saw("data"); });
   }
   std::exit(0);
 }
