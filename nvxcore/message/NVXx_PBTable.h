@@ -137,7 +137,8 @@ struct PBRangeEntry {
 inline constexpr uint32_t PBNone = 0xFFFFFFFF;
 
 /// Flags of an enum.
-inline constexpr uint16_t PBEnumHasNames = 1;  // each value has its name in `names`
+inline constexpr uint16_t PBEnumHasNames = 1;    // each value has its name in `names`
+inline constexpr uint16_t PBEnumListsValid = 2;  // no valueCount: its values are the valid numbers
 
 struct PBEnumEntry {
   uint32_t names;

@@ -202,10 +202,11 @@ class SourceEmitter {
   std::vector<std::string> enums() const {
     std::vector<std::string> rows;
     for (const Tables::EnumEntry& entry : _tables.enumEntries) {
-      rows.push_back(row({number(entry.names), number(entry.numbers),
-                          entry.hasTextFormat ? number(entry.textFormat) : _names.ofRuntime("PBNone"),
-                          number(entry.valueCount), number(entry.rangeCount),
-                          entry.hasNames ? _names.ofRuntime("PBEnumHasNames") : "0", "0"}));
+      rows.push_back(
+          row({number(entry.names), number(entry.numbers),
+               entry.hasTextFormat ? number(entry.textFormat) : _names.ofRuntime("PBNone"),
+               number(entry.valueCount), number(entry.rangeCount),
+               flags({{entry.hasNames, "PBEnumHasNames"}, {entry.listsValid, "PBEnumListsValid"}}), "0"}));
     }
     return rows;
   }

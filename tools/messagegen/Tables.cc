@@ -192,20 +192,17 @@ class Builder {
     entry.names = addRun(enumeration.emittedName);
     entry.numbers = static_cast<uint32_t>(_tables.numbers.size());
     entry.hasNames = _file.enumValueNames && !enumeration.values.empty();
-    const std::vector<int32_t> listed = listedNumbers(enumeration);
-    entry.valueCount = listed.size();
+    entry.listsValid = listsValidNumbers(enumeration);
+    entry.valueCount = enumeration.values.size();
     if (entry.valueCount > kLargest16)
       _diagnostics.error(enumeration.name.at, "expected at most 65535 values in an enum");
-    _tables.numbers.insert(_tables.numbers.end(), listed.begin(), listed.end());
-    // Where not all valid numbers are listed, their ranges tell.
-    if (!enumeration.valid.empty() && !listsAllValid(enumeration, listed)) {
-      entry.rangeCount = enumeration.valid.size();
-      if (entry.rangeCount > kLargest16)
-        _diagnostics.error(enumeration.name.at, "expected at most 65535 ranges");
-      for (const Range& range : enumeration.valid) {
-        _tables.numbers.push_back(static_cast<int32_t>(range.first));
-        _tables.numbers.push_back(static_cast<int32_t>(range.last));
-      }
+    for (const EnumValue& value : enumeration.values) _tables.numbers.push_back(value.number);
+    entry.rangeCount = enumeration.valid.size();
+    if (entry.rangeCount > kLargest16)
+      _diagnostics.error(enumeration.name.at, "expected at most 65535 ranges");
+    for (const Range& range : enumeration.valid) {
+      _tables.numbers.push_back(static_cast<int32_t>(range.first));
+      _tables.numbers.push_back(static_cast<int32_t>(range.last));
     }
     if (entry.hasNames) {
       std::map<uint32_t, TextFormatEntry> entries;
@@ -222,12 +219,6 @@ class Builder {
       if (entry.hasTextFormat) entry.textFormat = addBlock(info);
     }
     _tables.enumEntries.push_back(entry);
-  }
-
-  static bool listsAllValid(const Enum& enumeration, const std::vector<int32_t>& listed) {
-    int64_t count = 0;
-    for (const Range& range : enumeration.valid) count += range.last - range.first + 1;
-    return count == static_cast<int64_t>(listed.size()) && enumeration.values.empty();
   }
 
   void addExtension(const Field& field) {
@@ -249,18 +240,10 @@ class Builder {
 
 }  // namespace
 
-std::vector<int32_t> listedNumbers(const Enum& enumeration) {
-  std::vector<int32_t> listed;
+bool listsValidNumbers(const Enum& enumeration) {
   int64_t count = 0;
   for (const Range& range : enumeration.valid) count += range.last - range.first + 1;
-  if (enumeration.values.empty() && count <= kMostListed) {
-    for (const Range& range : enumeration.valid) {
-      for (int64_t number = range.first; number <= range.last; ++number)
-        listed.push_back(static_cast<int32_t>(number));
-    }
-  }
-  for (const EnumValue& value : enumeration.values) listed.push_back(value.number);
-  return listed;
+  return enumeration.values.empty() && count > 0 && count <= kMostListed;
 }
 
 Tables buildTables(const File& file, Diagnostics& diagnostics) { return Builder(file, diagnostics).build(); }

@@ -45,6 +45,7 @@ struct Tables {
     size_t valueCount = 0;
     size_t rangeCount = 0;
     bool hasNames = false;
+    bool listsValid = false;
   };
   struct ExtensionEntry {
     const Field* field = nullptr;
@@ -82,9 +83,9 @@ struct Tables {
   std::map<const Field*, uint32_t> extensionIndex;
 };
 
-/// The numbers that an enum's descriptor lists: its values' own, or all valid ones where these have no names
-/// and are not too many to list.
-std::vector<int32_t> listedNumbers(const Enum& enumeration);
+/// True where the values that an enum's descriptor lists are all its valid numbers: these have no names, and
+/// are not too many to list.
+bool listsValidNumbers(const Enum& enumeration);
 
 /// Builds the table of a resolved file. What the table's formats do not hold is an error.
 Tables buildTables(const File& file, Diagnostics& diagnostics);

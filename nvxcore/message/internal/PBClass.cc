@@ -330,7 +330,13 @@ NVXx_PBEnumDescriptor* PBFileAccess::buildEnum(const PBFile& file, uint32_t inde
     if (!entry.rangeCount) valid.push_back({numbers[i], numbers[i]});
   }
   const int32_t* pairs = numbers + entry.valueCount;
-  for (uint32_t i = 0; i < entry.rangeCount; ++i) valid.push_back({pairs[2 * i], pairs[2 * i + 1]});
+  for (uint32_t i = 0; i < entry.rangeCount; ++i) {
+    valid.push_back({pairs[2 * i], pairs[2 * i + 1]});
+    if (!(entry.flags & PBEnumListsValid)) continue;
+    for (int64_t number = valid.back().first; number <= valid.back().last; ++number) {
+      result->_values.emplace_back(std::string(), static_cast<int32_t>(number));
+    }
+  }
   std::sort(valid.begin(), valid.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   for (const auto& range : valid) {
     auto& merged = result->_valid;

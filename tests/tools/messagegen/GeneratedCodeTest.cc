@@ -267,6 +267,8 @@ TEST_F(GeneratedCodeTest, TellsValidNumbersAndNames) {
   const NVXx_PBEnumDescriptor& numbers = EVNumbersEnumDescriptor::enumDescriptor();
   ASSERT_EQ(numbers.values().size(), 6u);
   EXPECT_EQ(numbers.values()[0].number(), -3);
+  EXPECT_EQ(numbers.values()[5].number(), 5);
+  EXPECT_EQ(EVWideEnumDescriptor::enumDescriptor().values().size(), 1u);
   EXPECT_EQ(numbers.values()[0].name(), "");
   const NVXx_PBEnumDescriptor& quality = shared::places::SHRQualityEnumDescriptor::enumDescriptor();
   EXPECT_EQ(quality.values()[1].name(), "SHRQualityGood1");

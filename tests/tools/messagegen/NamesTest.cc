@@ -134,7 +134,7 @@ TEST(NamesTest, SchemasWithoutNamesOfValuesCanBeSaid) {
   EXPECT_EQ(compilation.message(0).fields[0]->accessor, "responseArray");
   const Enum& appearance = *compilation.message(1).enums[0];
   EXPECT_EQ(appearance.emittedName, "ZLCUserEvent3_Appearance");
-  EXPECT_EQ(listedNumbers(appearance).size(), 29u);
+  EXPECT_TRUE(listsValidNumbers(appearance));
   EXPECT_EQ(compilation.message(2).className, "NVXx_LOGVisualElementLiteProto");
   EXPECT_EQ(compilation.message(2).extensionRanges.size(), 4u);
   const Message& request = *compilation.main->imports[0].file->messages[1];
