@@ -195,7 +195,6 @@ void CurlTransfer::finish(CURLcode result) {
   if (_stage != Stage::Running) return;
   if (_failure) return end(_failure);
   if (result == CURLE_OK && _hasHead) {
-    _isFinished = true;
     if (!_pump && _request.hasBody()) {
       curl_off_t bytes = 0;
       curl_easy_getinfo(_handle, CURLINFO_SIZE_UPLOAD_T, &bytes);
@@ -217,7 +216,7 @@ void CurlTransfer::finish(CURLcode result) {
 void CurlTransfer::end(const Error& error) {
   const auto self = shared_from_this();
   if (_handle) _pool->giveBack(std::exchange(_handle, nullptr));
-  if (_isMultiplexed && !_isFinished) _pool->lookAtOthersAgain();
+  if (_isMultiplexed) _pool->lookAtOthersAgain();
   if (_resolve) curl_slist_free_all(std::exchange(_resolve, nullptr));
   if (_pump) _pump->stop();
   if (_stage != Stage::New) _pool->remove(*this);

@@ -124,7 +124,6 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   int _timesDue = 0;
   long _sentWhenDue = 0;
   bool _isMultiplexed = false;
-  bool _isFinished = false;  ///< libcurl has brought it to its end.
 
   // The reply.
   HTTPHeaders _headers;

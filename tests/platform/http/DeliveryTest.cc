@@ -2,6 +2,7 @@
 
 #include "nvxcore/platform/Semaphore.h"
 #include "tests/platform/http/support/HTTPTest.h"
+#include "tests/support/Proof.h"
 #include "tools/geoserver/BuiltInHandlers.h"
 
 namespace nvxcore::testing {
@@ -133,15 +134,19 @@ TEST_P(DeliveryTest, ATaskThatNeverRanTellsItsCancellationOnly) {
 }
 
 TEST_P(DeliveryTest, CancellingAtAnyMomentGivesOneEnd) {
-  std::vector<HTTPSessionTaskRef> tasks;
-  for (int i = 0; i < 100; ++i) {
-    const auto task =
-        i % 2 ? post(server.url("/echo"), std::string(2000, 'x')) : get(server.url("/bytes/300000"));
-    tasks.push_back(task);
-    if (i % 3 == 0) task->cancel();
-    if (i % 3 == 1) Queue::global()->post([task] { task->cancel(); });
+  // Over HTTP/2 whoever is not cancelled must get its last bytes too, though the others' end lies among them.
+  // What that takes comes together once in many rounds.
+  for (size_t round = 0; round < proofCount(5, 500) && !HasFailure(); ++round) {
+    std::vector<HTTPSessionTaskRef> tasks;
+    for (int i = 0; i < 100; ++i) {
+      const auto task =
+          i % 2 ? post(server.url("/echo"), std::string(2000, 'x')) : get(server.url("/bytes/300000"));
+      tasks.push_back(task);
+      if (i % 3 == 0) task->cancel();
+      if (i % 3 == 1) Queue::global()->post([task] { task->cancel(); });
+    }
+    for (const auto& task : tasks) EXPECT_EQ(finished(task).completions, 1);
   }
-  for (const auto& task : tasks) EXPECT_EQ(finished(task).completions, 1);
   EXPECT_FALSE(finished(get(server.url("/echo"))).error);
 }
 
