@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "nvxcore/platform/URLErrors.h"
 #include "tests/connection/ConnectionHarness.h"
 #include "tests/support/FakeHTTPSession.h"
 #include "tests/support/NVXTest.h"
@@ -18,7 +21,8 @@ namespace nvxcore::testing {
 /// A connection over a fake network, which keeps the body of each POST and answers as the test says.
 class FakeConnectionTest : public NVXTest {
  protected:
-  FakeConnectionTest() : _scope(platform()) {
+  /// `seams`: what stands in for the real ones besides the network.
+  explicit FakeConnectionTest(Platform seams = {}) : _scope(withNetwork(std::move(seams))) {
     _network->onResume = [this](const FakeHTTPTaskRef& task) { serve(task); };
     connection = makeConnection("http://geo.test/glm");
   }
@@ -32,13 +36,8 @@ class FakeConnectionTest : public NVXTest {
     _scope.settle();
   }
 
-  Platform platform() {
-    Platform platform;
-    platform.httpSessionService = _network;
-    return platform;
-  }
-
   virtual void serve(const FakeHTTPTaskRef& task) {
+    if (isUnread) return task->complete(Error(kURLErrorDomain, kURLErrorCannotConnectToHost));
     task->pullBody([this, task](const Data& body) {
       bodies.push_back(body.string());
       reply(task, bodies.back());
@@ -65,12 +64,20 @@ class FakeConnectionTest : public NVXTest {
     return sizes;
   }
 
+  /// No server can be reached: POSTs fail before their bodies are read.
+  std::atomic<bool> isUnread{false};
   std::shared_ptr<FakeHTTPSessionService> _network = std::make_shared<FakeHTTPSessionService>();
   PlatformScope _scope;
   Outcomes outcomes;
   /// Of the delegate queue, until the connection was drained.
   std::deque<std::string> bodies;
   std::shared_ptr<NVXDASHConnectionImpl> connection;
+
+ private:
+  Platform withNetwork(Platform platform) {
+    platform.httpSessionService = _network;
+    return platform;
+  }
 };
 
 }  // namespace nvxcore::testing
