@@ -13,8 +13,10 @@ uint64_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-void appendLength(std::string& to, size_t length) {
-  for (int shift : {24, 16, 8, 0}) to += static_cast<char>(length >> shift);
+std::string withLength(std::string_view payload) {
+  std::string bytes;
+  for (int shift : {24, 16, 8, 0}) bytes += static_cast<char>(payload.size() >> shift);
+  return bytes.append(payload);
 }
 
 }  // namespace
@@ -45,21 +47,27 @@ std::vector<std::string> payloadsOf(std::string_view body) {
   return payloads;
 }
 
-std::string echoReply(std::string_view body, const IdentityAnswer& identity) {
+std::string replyTo(std::string_view body,
+                    const std::function<std::string(int requestID, std::string_view payload)>& answer,
+                    const IdentityAnswer& identity) {
   std::string reply("\0\x18", 2);
   for (const FramedRequest& request : requestsOf(body)) {
     reply += static_cast<char>(request.id >> 8);
     reply += static_cast<char>(request.id);
     if (request.id == kUserCookieRequest) {
       for (int shift = 56; shift >= 0; shift -= 8) reply += static_cast<char>(identity.userCookie >> shift);
-      continue;
+    } else if (request.id == kClientPropertiesRequest) {
+      reply += withLength(identity.clientProperties);
+    } else {
+      reply += answer(static_cast<int>(request.id), request.payload);
     }
-    const std::string& payload =
-        request.id == kClientPropertiesRequest ? identity.clientProperties : request.payload;
-    appendLength(reply, payload.size());
-    reply += payload;
   }
   return reply;
+}
+
+std::string echoReply(std::string_view body, const IdentityAnswer& identity) {
+  return replyTo(
+      body, [](int, std::string_view payload) { return withLength(payload); }, identity);
 }
 
 void Outcomes::add(Outcome outcome) {

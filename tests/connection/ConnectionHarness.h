@@ -43,6 +43,11 @@ std::vector<std::string> payloadsOf(std::string_view body);
 /// The reply that a server gives to a POST body: an identity to the connection's own requests, an echo to the
 /// others.
 std::string echoReply(std::string_view body, const IdentityAnswer& identity = {});
+/// The same with answers of the test's own to the others: what `answer` gives for an ID and a payload goes
+/// out behind the ID.
+std::string replyTo(std::string_view body,
+                    const std::function<std::string(int requestID, std::string_view payload)>& answer,
+                    const IdentityAnswer& identity = {});
 
 /// What became of each request, in the order in which it became so.
 class Outcomes {
