@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/connection/ConnectionHarness.h"
+#include "tests/support/FakeFacts.h"
 #include "tests/support/FakeHTTPSession.h"
 #include "tests/support/NVXTest.h"
 #include "tests/support/PlatformScope.h"
@@ -35,6 +36,7 @@ class FakeConnectionTest : public NVXTest {
   Platform platform() {
     Platform platform;
     platform.httpSessionService = _network;
+    platform.device = std::make_shared<FakeDeviceFacts>();
     return platform;
   }
 
