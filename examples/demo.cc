@@ -211,7 +211,7 @@ int run() {
   auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent(
       NVXDASHConnectionImpl::userAgentForBundle(nullptr, "demo/1"));
   auto connection = NVXDASHConnection::initWithServerURL(
-      URL::withString(server.url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "demo"}),
+      URL::withString(server.url()), NVXDASHClientDescription::initWithLanguages({"en"}, 0, "demo", "1.0"),
       std::make_shared<NVXDASHClientState>(), service, std::make_shared<NVXSystemClock>());
   Client client(connection);
 

@@ -159,7 +159,7 @@ void batchOurs(benchmark::State& state) {
   auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent(kUserAgent);
   service->setCallbackQueue(Queue::serial("bench.callbacks"));
   auto connection = NVXDASHConnection::initWithServerURL(
-      URL::withString(server().url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "bench"}),
+      URL::withString(server().url()), NVXDASHClientDescription::initWithLanguages({"en"}, 0, "bench", "1.0"),
       std::make_shared<NVXDASHClientState>(), service, std::make_shared<NVXSystemClock>());
   Batches batches{connection};
   for (auto _ : state) batches.run();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "nvxcore/platform/Export.h"
@@ -16,6 +17,10 @@ class NVXCORE_EXPORT DeviceFacts {
   virtual std::string systemVersion() const = 0;
   /// Hardware name as `uname` has it; empty when unknown.
   virtual std::string machine() const = 0;
+  /// How dense the display's pixels are, from 1, as on a plain one, to 4.
+  virtual int32_t screenPixelDensity() const { return 1; }
+  /// Pixels for a point of the layout, 1 to 3.
+  virtual int32_t screenScale() const { return 1; }
 };
 
 }  // namespace nvxcore

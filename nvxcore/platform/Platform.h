@@ -16,6 +16,7 @@ class DeviceFacts;
 class HTTPSessionService;
 class MainLoop;
 class NotificationCenter;
+class PreferencesService;
 class Threading;
 
 /// The seams to the platform. What a host leaves empty is the real implementation for this system, so that a
@@ -29,6 +30,7 @@ struct NVXCORE_EXPORT Platform {
   std::shared_ptr<ApplicationFacts> application = nullptr;
   std::shared_ptr<DeviceFacts> device = nullptr;
   std::shared_ptr<ConsoleSink> console = nullptr;
+  std::shared_ptr<PreferencesService> preferences = nullptr;
 
   /// Replaces the seams that are set in `platform`. Only before the first use of the library; false, and
   /// nothing changed, after it. Any thread.

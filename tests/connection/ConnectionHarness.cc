@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "tests/support/InMemoryPreferences.h"
+
 namespace nvxcore::testing {
 
 namespace {
@@ -132,14 +134,19 @@ std::shared_ptr<NVXDASHBlocksRequest> echoRequest(Outcomes& outcomes, const std:
   return request;
 }
 
+NVXDASHClientStateRef clientStateWithCookie(uint64_t userCookie) {
+  auto state = NVXDASHClientState::initWithDefaults(std::make_shared<InMemoryPreferences>());
+  state->updateUserCookie(userCookie);
+  return state;
+}
+
 std::shared_ptr<NVXDASHConnectionImpl> makeConnection(const std::string& url,
                                                       std::shared_ptr<NVXx_HTKSessionFetcherService> service,
                                                       uint64_t userCookie) {
   if (!service) service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent("test/1 (gzip)");
   return NVXDASHConnection::initWithServerURL(
-      URL::withString(url), NVXDASHClientDescription::withParts({"en", "ios:x", "1.0", "c"}),
-      std::make_shared<NVXDASHClientState>(userCookie), std::move(service),
-      std::make_shared<NVXSystemClock>());
+      URL::withString(url), NVXDASHClientDescription::initWithLanguages({"en"}, 0, "c", "1.0"),
+      clientStateWithCookie(userCookie), std::move(service), std::make_shared<NVXSystemClock>());
 }
 
 }  // namespace nvxcore::testing

@@ -77,6 +77,9 @@ class Outcomes {
 std::shared_ptr<NVXDASHBlocksRequest> echoRequest(Outcomes& outcomes, const std::string& name,
                                                   int32_t requestID = 39);
 
+/// A state with preferences of its own in memory. 0 is no cookie.
+NVXDASHClientStateRef clientStateWithCookie(uint64_t userCookie);
+
 /// A connection to `url` with the usual description.
 std::shared_ptr<NVXDASHConnectionImpl> makeConnection(
     const std::string& url, std::shared_ptr<NVXx_HTKSessionFetcherService> service = {},

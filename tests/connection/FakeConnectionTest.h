@@ -12,6 +12,7 @@
 
 #include "nvxcore/platform/URLErrors.h"
 #include "tests/connection/ConnectionHarness.h"
+#include "tests/support/FakeFacts.h"
 #include "tests/support/FakeHTTPSession.h"
 #include "tests/support/NVXTest.h"
 #include "tests/support/PlatformScope.h"
@@ -76,6 +77,7 @@ class FakeConnectionTest : public NVXTest {
  private:
   Platform withNetwork(Platform platform) {
     platform.httpSessionService = _network;
+    if (!platform.device) platform.device = std::make_shared<FakeDeviceFacts>();
     return platform;
   }
 };

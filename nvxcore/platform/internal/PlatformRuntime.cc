@@ -76,6 +76,7 @@ bool PlatformRuntime::choose(Platform platform) {
   replaceIfSet(chosen.application, platform.application);
   replaceIfSet(chosen.device, platform.device);
   replaceIfSet(chosen.console, platform.console);
+  replaceIfSet(chosen.preferences, platform.preferences);
   return true;
 }
 

@@ -2,7 +2,9 @@
 
 #include <memory>
 
+#include "nvxcore/platform/ApplicationFacts.h"
 #include "nvxcore/platform/NotificationCenter.h"
+#include "nvxcore/platform/Preferences.h"
 #include "nvxcore/platform/linux/MakeHTTPSessionService.h"
 #include "nvxcore/platform/linux/PosixThreading.h"
 #include "nvxcore/platform/linux/ProcessFacts.h"
@@ -19,6 +21,9 @@ Platform completedPlatform(Platform platform) {
   if (!platform.application) platform.application = applicationFactsOfProcess();
   if (!platform.device) platform.device = deviceFactsOfSystem();
   if (!platform.console) platform.console = std::make_shared<StandardErrorConsole>();
+  if (!platform.preferences) {
+    platform.preferences = preferencesInFolders(defaultPreferencesFolders(*platform.application));
+  }
   return platform;
 }
 
