@@ -52,7 +52,7 @@ class Outcomes {
 /// A request whose payload is `name` behind its length, and whose answer is to be the same; its outcome goes
 /// to `outcomes`, which must outlive it.
 std::shared_ptr<NVXDASHBlocksRequest> echoRequest(Outcomes& outcomes, const std::string& name,
-                                                  int32_t requestID = 39);
+                                                  int32_t requestID = 239);
 
 /// A connection to `url` with the usual description.
 std::shared_ptr<NVXDASHConnectionImpl> makeConnection(
