@@ -27,7 +27,7 @@ using namespace nvxcore;
 using geoserver::Exchange;
 using geoserver::ReplyPlan;
 
-constexpr int32_t kEchoRequest = 39;
+constexpr int32_t kEchoRequest = 239;
 constexpr double kPatience = 20.0;
 
 /// Lines of several threads, each with the time since the start.

@@ -48,7 +48,7 @@ std::string framed(int count) {
   output.WriteLong(0);
   for (const char* text : {"en", "linux:x", "1.0", "bench"}) output.WriteUTF(text);
   for (int i = 0; i < count; ++i) {
-    output.WriteShort(39);
+    output.WriteShort(239);
     output.WriteInt(static_cast<int32_t>(kPayload.size()));
     output.WriteBytes(kPayload.data(), kPayload.size());
   }
@@ -128,7 +128,7 @@ class Batches {
     _connection->suspendSending();
     for (int i = 0; i < kRequests; ++i) {
       _connection->sendRequest(
-          NVXDASHBlocksRequest::requestWithID(39, _payload, [&batch](utils::JavaDataInput* input) {
+          NVXDASHBlocksRequest::requestWithID(239, _payload, [&batch](utils::JavaDataInput* input) {
             Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
             batch.owner->_handlers->post(
                 [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer); });

@@ -75,7 +75,7 @@ class Outcomes {
 /// A request whose payload is `name` behind its length, and whose answer is to be the same; its outcome goes
 /// to `outcomes`, which must outlive it.
 std::shared_ptr<NVXDASHBlocksRequest> echoRequest(Outcomes& outcomes, const std::string& name,
-                                                  int32_t requestID = 39);
+                                                  int32_t requestID = 239);
 
 /// A state with preferences of its own in memory. 0 is no cookie.
 NVXDASHClientStateRef clientStateWithCookie(uint64_t userCookie);

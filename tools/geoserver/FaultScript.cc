@@ -5,6 +5,8 @@
 #include <numeric>
 #include <utility>
 
+#include "tools/geoserver/internal/Random.h"
+
 namespace nvxcore::geoserver {
 namespace {
 
@@ -38,12 +40,10 @@ FaultScript::FaultScript(uint64_t seed, const FaultWeights& weights) {
   }
 }
 
-// SplitMix64: the same numbers everywhere, which the standard library's distributions do not promise.
 uint64_t FaultScript::draw(uint64_t& state) {
-  uint64_t z = (state += 0x9E3779B97F4A7C15);
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
-  return z ^ (z >> 31);
+  const uint64_t drawn = splitMix64(state);
+  state += kSplitMix64Step;
+  return drawn;
 }
 
 FaultKind FaultScript::deal(Deck& deck) {

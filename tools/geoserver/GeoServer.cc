@@ -60,6 +60,14 @@ void GeoServer::registerRequestType(uint16_t id, PayloadReader readPayload, Answ
   });
 }
 
+void GeoServer::registerMessageType(uint16_t id, MessageType type) {
+  _core->configure([&](Config& config) { config.types.registerMessageType(id, std::move(type)); });
+}
+
+void GeoServer::rememberCookie(int64_t cookie) { _core->office().remember(cookie); }
+
+std::vector<int64_t> GeoServer::issuedCookies() const { return _core->office().issuedCookies(); }
+
 void GeoServer::release(std::string_view gate) {
   _core->onLoop([core = _core.get(), gate = std::string(gate)] { core->gates().release(gate); });
 }

@@ -75,7 +75,13 @@ class GeoServer {
   // Sees each exchange when it has ended.
   void setObserver(ExchangeObserver observer);
   void handle(std::string_view pathPrefix, ReplyHandler handler);
+  // In place of what the server knew of that ID. It knows the user cookie (15), resources (39), client
+  // properties (62), client parameters (75) and user events (145), and echoes all others.
   void registerRequestType(uint16_t id, PayloadReader readPayload, AnswerWriter writeAnswer);
+  void registerMessageType(uint16_t id, MessageType type);
+  // Of clients that were given it in another run.
+  void rememberCookie(int64_t cookie);
+  std::vector<int64_t> issuedCookies() const;
 
   // Opens a gate for all replies that wait or will wait at it.
   void release(std::string_view gate);

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "tools/geoserver/BuiltInHandlers.h"
+#include "tools/geoserver/StandardTypes.h"
 #include "tools/geoserver/internal/Connection.h"
 #include "tools/geoserver/internal/Http1Protocol.h"
 #include "tools/geoserver/internal/Http2Protocol.h"
@@ -36,9 +37,11 @@ int spareDescriptor() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 ServerCore::ServerCore(ServerOptions options)
     : _options(std::move(options)),
+      _office(std::make_shared<IdentityOffice>(_options.identity)),
       _record(_options.record),
       _readBuffer(kReadBufferBytes),
       _config(std::make_shared<const Config>()) {
+  configure([this](Config& config) { registerStandardTypes(config.types, _office); });
   if (_options.tls) _tls = std::make_unique<TlsContext>(_options);
   listen();
   _spare = spareDescriptor();

@@ -51,6 +51,7 @@ class ServerCore final : private EventLoop::Watcher {
   void clearQueue();
   const ServerOptions& options() const { return _options; }
   Record& record() { return _record; }
+  IdentityOffice& office() { return *_office; }
   void onLoop(EventLoop::Task task) { _loop.post(std::move(task)); }
   void stopListening();
 
@@ -74,6 +75,7 @@ class ServerCore final : private EventLoop::Watcher {
   void run();
 
   const ServerOptions _options;
+  const std::shared_ptr<IdentityOffice> _office;
   Record _record;
   Gates _gates;
   EventLoop _loop;
