@@ -18,9 +18,6 @@ namespace {
 
 constexpr int32_t kUserCookieRequestID = 15;
 constexpr int32_t kClientPropertiesRequestID = 62;
-/// Bits of `enabledZLCTokens`.
-constexpr uint64_t kOatcakeToken = 1;
-constexpr uint64_t kMelbaCookie = 2;
 constexpr int32_t kMapTileCacheType = 1;
 
 using Descriptors = std::vector<Ref<NVXx_LOCULocationDescriptor>>;
@@ -121,8 +118,8 @@ std::string NVXDASHConnectionImpl::legalCountry() {
 void NVXDASHConnectionImpl::updateWaitingForCookies() {
   const uint64_t tokens = _clientDescription->enabledZLCTokens();
   const bool isWaiting = _clientState->userCookie() == 0 ||
-                         ((tokens & kOatcakeToken) && !_clientState->oatcakeToken()) ||
-                         ((tokens & kMelbaCookie) && !_clientState->melbaCookie());
+                         ((tokens & kNVXZLCTokenOatcake) && !_clientState->oatcakeToken()) ||
+                         ((tokens & kNVXZLCTokenMelbaCookie) && !_clientState->melbaCookie());
   Lock lock(_lock);
   _waitingForCookies = isWaiting;
 }
@@ -185,12 +182,12 @@ Ref<NVXx_ZLCClientPropertiesRequestProto> NVXDASHConnectionImpl::clientPropertie
     proto->setEnterpriseApi(client.enterpriseSDK());
   }
   proto->iosApiAppFingerprint().setBundleId(client.bundleID());
-  if (client.enabledZLCTokens() & kMelbaCookie) {
+  if (client.enabledZLCTokens() & kNVXZLCTokenMelbaCookie) {
     proto->setMelbaCookieEnabled(true);
     if (const auto melba = _clientState->melbaCookie()) proto->setMelbaNidCookie(*melba);
   }
   if (suppress) return proto;
-  if (client.enabledZLCTokens() & kOatcakeToken) {
+  if (client.enabledZLCTokens() & kNVXZLCTokenOatcake) {
     proto->setOatcakeTokenEnabled(true);
     Ref<NVXx_ZLCOatcakeTokenProto> token = _clientState->oatcakeToken();
     proto->setOatcakeToken(token ? std::move(token) : NVXx_ZLCOatcakeTokenProto::message());

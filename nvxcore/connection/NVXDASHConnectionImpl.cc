@@ -8,6 +8,7 @@
 #include "nvxcore/foundation/base/NVXErrors.h"
 #include "nvxcore/foundation/base/NVXQueues.h"
 #include "nvxcore/foundation/device/NVXDeviceCellularInfo.h"
+#include "nvxcore/message/schema/location_descriptor.pb.h"
 #include "nvxcore/platform/BackgroundTasks.h"
 #include "nvxcore/platform/MainLoop.h"
 #include "nvxcore/platform/NotificationCenter.h"

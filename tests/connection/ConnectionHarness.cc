@@ -28,7 +28,7 @@ std::vector<FramedRequest> requestsOf(std::string_view body) {
   size_t at = 2 + 8;
   for (int i = 0; i < 4; ++i) at += 2 + bigEndian(body.substr(at, 2));
   while (at < body.size()) {
-    FramedRequest request{bigEndian(body.substr(at, 2)), {}};
+    FramedRequest request{static_cast<int32_t>(bigEndian(body.substr(at, 2))), {}};
     at += 2;
     if (request.id != kUserCookieRequest) {
       const size_t length = bigEndian(body.substr(at, 4));
@@ -61,7 +61,7 @@ std::string replyTo(std::string_view body,
     } else if (request.id == kClientPropertiesRequest) {
       reply += withLength(identity.clientProperties);
     } else {
-      reply += answer(static_cast<int>(request.id), request.payload);
+      reply += answer(request.id, request.payload);
     }
   }
   return reply;

@@ -21,8 +21,8 @@ namespace nvxcore::testing {
 inline constexpr TimeInterval kPatience = 30.0;
 
 /// IDs of the requests that the connection itself puts at the head of a POST.
-inline constexpr uint64_t kUserCookieRequest = 15;
-inline constexpr uint64_t kClientPropertiesRequest = 62;
+inline constexpr int32_t kUserCookieRequest = 15;
+inline constexpr int32_t kClientPropertiesRequest = 62;
 
 /// What a server gives a client for an identity.
 struct IdentityAnswer {
@@ -32,7 +32,7 @@ struct IdentityAnswer {
 
 /// One request of a POST body.
 struct FramedRequest {
-  uint64_t id;
+  int32_t id;
   std::string payload;
 };
 /// What follows the head of a body, in order: an ID and, but for the user cookie's, a 32-bit length with that

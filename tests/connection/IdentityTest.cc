@@ -9,7 +9,6 @@
 #include "nvxcore/message/schema/client_properties.pb.h"
 #include "nvxcore/message/schema/location_descriptor.pb.h"
 #include "nvxcore/platform/ApplicationFacts.h"
-#include "nvxcore/platform/DeviceFacts.h"
 #include "nvxcore/platform/URLErrors.h"
 #include "nvxcore/platform/Value.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
@@ -21,22 +20,17 @@ namespace {
 using namespace testing;
 using namespace std::string_literals;
 
-class PhoneFacts final : public DeviceFacts {
- public:
-  std::string model() const override { return "iPhone"; }
-  std::string systemVersion() const override { return "16.1"; }
-  std::string machine() const override { return "x"; }
-  int32_t screenPixelDensity() const override { return 3; }
-  int32_t screenScale() const override { return 2; }
-};
-
 class IdentityTest : public FakeConnectionTest {
  protected:
   IdentityTest() : FakeConnectionTest(phone()) {}
 
   static Platform phone() {
     Platform platform;
-    platform.device = std::make_shared<PhoneFacts>();
+    auto device = std::make_shared<FakeDeviceFacts>("iPhone");
+    device->versionText = "16.1";
+    device->density = 3;
+    device->scale = 2;
+    platform.device = device;
     platform.application = applicationFactsWithDescription(
         {.bundleIdentifier = "com.host.app", .bundlePath = {}, .processName = "host",
          .infoDictionary = {{"CFBundleVersion", "3.2"}}});
@@ -75,8 +69,8 @@ class IdentityTest : public FakeConnectionTest {
     task->complete();
   }
   /// IDs of the requests of a body.
-  std::vector<uint64_t> ids(size_t post) {
-    std::vector<uint64_t> found;
+  std::vector<int32_t> ids(size_t post) {
+    std::vector<int32_t> found;
     for (const FramedRequest& request : requestsOf(bodies.at(post))) found.push_back(request.id);
     return found;
   }
@@ -88,7 +82,7 @@ class IdentityTest : public FakeConnectionTest {
     return nullptr;
   }
   std::string locationOf(size_t post) {
-    return _network->tasks().at(post)->originalRequest().headers.value("X-Geo");
+    return _network->tasks().at(post)->originalRequest().headers.value("X-Geo").value_or("");
   }
   /// Each in a POST of its own.
   void sendAlone(const std::string& name) {
@@ -159,7 +153,7 @@ TEST_F(IdentityTest, TheHeadNamesTheClientByteForByte) {
   for (const std::string& field : common) less += field;
   EXPECT_EQ(requestsOf(bodies[1])[0].payload, less);
   EXPECT_EQ(bodies[1].substr(2, 8), std::string(8, '\0'));
-  EXPECT_FALSE(_network->tasks()[1]->originalRequest().headers.contains("X-Geo"));
+  EXPECT_EQ(locationOf(1), "");
 }
 
 TEST_F(IdentityTest, TokensAreSentAsTheyAreEnabled) {
@@ -244,8 +238,8 @@ TEST_F(IdentityTest, LocationsAreSentWithTheOverridesOfTheirProducers) {
   });
   ASSERT_TRUE(checked.wait(kPatience));
   ASSERT_TRUE(connection->drain(kPatience));
-  EXPECT_FALSE(_network->tasks()[4]->originalRequest().headers.contains("X-Geo"));
-  EXPECT_EQ(ids(4), (std::vector<uint64_t>{62}));
+  EXPECT_EQ(locationOf(4), "");
+  EXPECT_EQ(ids(4), (std::vector<int32_t>{62}));
 }
 
 TEST_F(IdentityTest, TrafficWaitsForTheFirstAnswerWhileThereIsNoIdentity) {
@@ -261,8 +255,8 @@ TEST_F(IdentityTest, TrafficWaitsForTheFirstAnswerWhileThereIsNoIdentity) {
   });
   // They start by themselves.
   waitForEnd(3);
-  EXPECT_EQ(ids(0), (std::vector<uint64_t>{15, 62, 39}));
-  EXPECT_EQ(ids(1), (std::vector<uint64_t>{62, 39}));
+  EXPECT_EQ(ids(0), (std::vector<int32_t>{15, 62, 239}));
+  EXPECT_EQ(ids(1), (std::vector<int32_t>{62, 239}));
   EXPECT_EQ(bodies[2].substr(2, 8), "\0\0\0\0\0\0\xAB\xCD"s);
   EXPECT_EQ(state->userCookie(), 0xABCDu);
   EXPECT_EQ(connection->legalCountry(), "DE");
