@@ -28,6 +28,10 @@ std::string GeoServer::caFile() const { return _core->caFile(); }
 
 void GeoServer::enqueue(ReplyPlan plan) { _core->enqueue(std::move(plan)); }
 
+void GeoServer::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
+  _core->failRequests(id, std::move(plan), times);
+}
+
 void GeoServer::setHeadScript(HeadScript script) {
   _core->configure([&](Config& config) { config.headScript = std::move(script); });
 }

@@ -41,9 +41,9 @@ enum class Acceptance { serve, close, reset, silent };
 using AcceptScript = std::function<Acceptance(uint64_t connection)>;
 using ExchangeObserver = std::function<void(const Exchange&)>;
 
-// Who plans a reply, in turn: the queue, the head script (both at the head), the script, a handler of the
-// path, the built-in handlers, and at last the protocol, which answers a POST in order and gives anything
-// else a 404.
+// Who plans a reply, in turn: the queue, the head script (both at the head), the failures of request types,
+// the script, a handler of the path, the built-in handlers, and at last the protocol, which answers a POST in
+// order and gives anything else a 404.
 //
 // Every function may be called on any thread, but for stop() and the destructor, which are not for the loop
 // thread.
@@ -70,6 +70,9 @@ class GeoServer {
   // The next plan for a request, whatever its path, in the order in which heads arrive.
   void enqueue(ReplyPlan plan);
   void setHeadScript(HeadScript script);
+  // The plan for the next `times` POSTs that hold a request of that type. A type may be named again: the
+  // failures queue up.
+  void failRequests(uint16_t id, ReplyPlan plan, uint64_t times);
   void setScript(Script script);
   void setAcceptScript(AcceptScript script);
   // Sees each exchange when it has ended.

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
@@ -141,10 +142,30 @@ void ServerCore::enqueue(ReplyPlan plan) {
 
 void ServerCore::clearQueue() {
   std::deque<ReplyPlan> dropped;
+void ServerCore::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
+  if (times == 0) return;
   std::lock_guard lock(_mutex);
-  dropped.swap(_queue);
+  _typeFailures.push_back({id, std::move(plan), times});
 }
 
+std::optional<ReplyPlan> ServerCore::takeTypeFailure(const Post& post) {
+  std::lock_guard lock(_mutex);
+  for (auto failure = _typeFailures.begin(); failure != _typeFailures.end(); ++failure) {
+    const auto isOfType = [&](const PostRequest& request) { return request.id == failure->id; };
+    if (std::none_of(post.requests.begin(), post.requests.end(), isOfType)) continue;
+    ReplyPlan plan = failure->plan;
+    if (--failure->left == 0) _typeFailures.erase(failure);
+    return plan;
+  }
+  return std::nullopt;
+}
+
+  std::lock_guard lock(_mutex);
+  dropped.swap(_queue);
+  std::deque<TypeFailure> droppedFailures;
+}
+
+  droppedFailures.swap(_typeFailures);
 void ServerCore::onEvents(uint32_t) {
   while (_listener >= 0) {
     const int socket = accept4(_listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -225,6 +246,7 @@ std::optional<ReplyPlan> ServerCore::planAtHead(const Exchange& exchange) {
 ReplyPlan ServerCore::planAtEnd(const Exchange& exchange) {
   const auto config = this->config();
   if (config->script) {
+  if (auto plan = takeTypeFailure(exchange.post)) return std::move(*plan);
     if (auto plan = config->script(exchange)) return std::move(*plan);
   }
   for (const Config::Route& route : config->routes) {
