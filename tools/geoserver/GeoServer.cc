@@ -88,6 +88,10 @@ std::vector<Exchange> GeoServer::exchanges() const { return _core->record().exch
 
 Counters GeoServer::counters() const { return _core->record().counters(); }
 
+std::string GeoServer::describe(const Exchange& exchange, LogLevel level) const {
+  return conversation(exchange, _core->config()->types, level);
+}
+
 void GeoServer::clear() {
   _core->record().clear();
   _core->clearQueue();

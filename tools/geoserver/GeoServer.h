@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/geoserver/ConversationLog.h"
 #include "tools/geoserver/Exchange.h"
 #include "tools/geoserver/Faults.h"
 #include "tools/geoserver/ReplyPlan.h"
@@ -69,10 +70,10 @@ class GeoServer {
 
   // The next plan for a request, whatever its path, in the order in which heads arrive.
   void enqueue(ReplyPlan plan);
-  void setHeadScript(HeadScript script);
   // The plan for the next `times` POSTs that hold a request of that type. A type may be named again: the
   // failures queue up.
   void failRequests(uint16_t id, ReplyPlan plan, uint64_t times);
+  void setHeadScript(HeadScript script);
   void setScript(Script script);
   void setAcceptScript(AcceptScript script);
   // Sees each exchange when it has ended.
@@ -96,7 +97,10 @@ class GeoServer {
   // A snapshot, by sequence number. Exchanges under way are among them.
   std::vector<Exchange> exchanges() const;
   Counters counters() const;
-  // Forgets the exchanges that have ended, and the plans that wait in the queue; counters and gates stay.
+  // The exchange as text, with the names that the server's request types have now.
+  std::string describe(const Exchange& exchange, LogLevel level) const;
+  // Forgets the exchanges that have ended, the plans that wait in the queue and the failures of request types
+  // that are still to come; counters and gates stay.
   void clear();
 
   // Each waits until its condition holds, and says whether it did in time.

@@ -42,7 +42,9 @@ ServerCore::ServerCore(ServerOptions options)
       _record(_options.record),
       _readBuffer(kReadBufferBytes),
       _config(std::make_shared<const Config>()) {
-  configure([this](Config& config) { registerStandardTypes(config.types, _office); });
+  configure([this](Config& config) {
+    registerStandardTypes(config.types, _office, std::make_shared<const ContentFolder>(_options.folder));
+  });
   if (_options.tls) _tls = std::make_unique<TlsContext>(_options);
   listen();
   _spare = spareDescriptor();
@@ -140,8 +142,6 @@ void ServerCore::enqueue(ReplyPlan plan) {
   _queue.push_back(std::move(plan));
 }
 
-void ServerCore::clearQueue() {
-  std::deque<ReplyPlan> dropped;
 void ServerCore::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
   if (times == 0) return;
   std::lock_guard lock(_mutex);
@@ -160,12 +160,14 @@ std::optional<ReplyPlan> ServerCore::takeTypeFailure(const Post& post) {
   return std::nullopt;
 }
 
+void ServerCore::clearQueue() {
+  std::deque<ReplyPlan> dropped;
+  std::deque<TypeFailure> droppedFailures;
   std::lock_guard lock(_mutex);
   dropped.swap(_queue);
-  std::deque<TypeFailure> droppedFailures;
+  droppedFailures.swap(_typeFailures);
 }
 
-  droppedFailures.swap(_typeFailures);
 void ServerCore::onEvents(uint32_t) {
   while (_listener >= 0) {
     const int socket = accept4(_listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -244,9 +246,9 @@ std::optional<ReplyPlan> ServerCore::planAtHead(const Exchange& exchange) {
 }
 
 ReplyPlan ServerCore::planAtEnd(const Exchange& exchange) {
+  if (auto plan = takeTypeFailure(exchange.post)) return std::move(*plan);
   const auto config = this->config();
   if (config->script) {
-  if (auto plan = takeTypeFailure(exchange.post)) return std::move(*plan);
     if (auto plan = config->script(exchange)) return std::move(*plan);
   }
   for (const Config::Route& route : config->routes) {
