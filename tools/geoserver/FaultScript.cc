@@ -18,11 +18,19 @@ constexpr Millis kLongestPause{20};
 
 }  // namespace
 
-FaultWeights FaultScript::defaultWeights() {
+FaultWeights FaultScript::messageWeights() {
   FaultWeights weights;
   weights.fill(1);
   weights[static_cast<size_t>(FaultKind::stalledBody)] = 0;
   weights[static_cast<size_t>(FaultKind::none)] = kFaultKindCount - 2;
+  return weights;
+}
+
+FaultWeights FaultScript::defaultWeights() {
+  FaultWeights weights = messageWeights();
+  for (const FaultKind kind : {FaultKind::badCompression, FaultKind::unreadableMessage})
+    weights[static_cast<size_t>(kind)] = 0;
+  weights[static_cast<size_t>(FaultKind::none)] -= 2;
   return weights;
 }
 
@@ -93,6 +101,14 @@ ReplyPlan FaultScript::plan(FaultKind kind, uint64_t& random) {
       return faults::alteredAnswer(answer, few);
     case FaultKind::shortAnswer:
       return faults::shortAnswer(answer, few);
+    case FaultKind::badCompression:
+      return faults::badCompression(answer);
+    case FaultKind::unreadableMessage:
+      return faults::unreadableMessage(answer);
+    case FaultKind::excessiveLength:
+      return faults::excessiveLength(answer, static_cast<uint32_t>(offset()), few > 4);
+    case FaultKind::lowestLength:
+      return faults::lowestLength(answer);
     case FaultKind::extraBytes:
       return faults::extraBytes(std::string(offset(), '\xEE'));
     case FaultKind::truncated:

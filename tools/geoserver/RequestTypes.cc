@@ -30,6 +30,7 @@ RequestTypes::RequestTypes() {
     answer.writeBytes(payload);
   };
   _echo.answersSubdata = true;
+  _echo.message.name = "echo";
 }
 
 void RequestTypes::registerMessageType(uint16_t id, MessageType type) {

@@ -33,6 +33,9 @@ struct ServerOptions {
   // Speaks nothing newer than TLS 1.1, which a client of today refuses.
   bool onlyOutdatedTls = false;
 
+  // Resources and client parameters are served from it, see ContentFolder. Without one no resource is there,
+  // and no parameters have changed.
+  std::string folder;
   IdentityOptions identity;
   Compression compression;  // of answers that are messages
 

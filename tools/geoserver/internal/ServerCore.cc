@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
@@ -41,7 +42,9 @@ ServerCore::ServerCore(ServerOptions options)
       _record(_options.record),
       _readBuffer(kReadBufferBytes),
       _config(std::make_shared<const Config>()) {
-  configure([this](Config& config) { registerStandardTypes(config.types, _office); });
+  configure([this](Config& config) {
+    registerStandardTypes(config.types, _office, std::make_shared<const ContentFolder>(_options.folder));
+  });
   if (_options.tls) _tls = std::make_unique<TlsContext>(_options);
   listen();
   _spare = spareDescriptor();
@@ -139,10 +142,30 @@ void ServerCore::enqueue(ReplyPlan plan) {
   _queue.push_back(std::move(plan));
 }
 
+void ServerCore::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
+  if (times == 0) return;
+  std::lock_guard lock(_mutex);
+  _typeFailures.push_back({id, std::move(plan), times});
+}
+
+std::optional<ReplyPlan> ServerCore::takeTypeFailure(const Post& post) {
+  std::lock_guard lock(_mutex);
+  for (auto failure = _typeFailures.begin(); failure != _typeFailures.end(); ++failure) {
+    const auto isOfType = [&](const PostRequest& request) { return request.id == failure->id; };
+    if (std::none_of(post.requests.begin(), post.requests.end(), isOfType)) continue;
+    ReplyPlan plan = failure->plan;
+    if (--failure->left == 0) _typeFailures.erase(failure);
+    return plan;
+  }
+  return std::nullopt;
+}
+
 void ServerCore::clearQueue() {
   std::deque<ReplyPlan> dropped;
+  std::deque<TypeFailure> droppedFailures;
   std::lock_guard lock(_mutex);
   dropped.swap(_queue);
+  droppedFailures.swap(_typeFailures);
 }
 
 void ServerCore::onEvents(uint32_t) {
@@ -223,6 +246,7 @@ std::optional<ReplyPlan> ServerCore::planAtHead(const Exchange& exchange) {
 }
 
 ReplyPlan ServerCore::planAtEnd(const Exchange& exchange) {
+  if (auto plan = takeTypeFailure(exchange.post)) return std::move(*plan);
   const auto config = this->config();
   if (config->script) {
     if (auto plan = config->script(exchange)) return std::move(*plan);
