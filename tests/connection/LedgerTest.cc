@@ -140,7 +140,12 @@ class LedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCa
       uint64_t order = 0;
       size_t answeredHere = 0;
       bool failedBefore = false;
+      size_t own = 0;  // at the head
       for (const geoserver::PostRequest& sent : exchange.post.requests) {
+        if (sent.id == kUserCookieRequest || sent.id == kClientPropertiesRequest) {
+          ++own;
+          continue;
+        }
         const size_t number =
             std::strtoul(std::string(exchange.payload(sent).substr(4)).c_str(), nullptr, 10);
         ASSERT_LT(number, ledger.size());
@@ -154,10 +159,11 @@ class LedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCa
       }
       // What was not handed to the socket can't have been answered. What was, and was not thrown away by a
       // reset, was.
-      EXPECT_LE(answeredHere, exchange.answersSent) << exchange.summary();
+      const size_t answersSent = exchange.answersSent - std::min<size_t>(own, exchange.answersSent);
+      EXPECT_LE(answeredHere, answersSent) << exchange.summary();
       if (exchange.ending == Ending::answered && !broken.contains(exchange.connection)) {
         ++compared;
-        EXPECT_EQ(answeredHere, exchange.answersSent) << exchange.summary();
+        EXPECT_EQ(answeredHere, answersSent) << exchange.summary();
       }
       answered += answeredHere;
     }
