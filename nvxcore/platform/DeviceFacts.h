@@ -2,12 +2,13 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "nvxcore/platform/Export.h"
 
 namespace nvxcore {
 
-/// Facts of the machine. Constant while they are in force. Any thread.
+/// Facts of the machine. Constant while they are in force, but for the network interfaces. Any thread.
 class NVXCORE_EXPORT DeviceFacts {
  public:
   virtual ~DeviceFacts() = default;
@@ -21,6 +22,8 @@ class NVXCORE_EXPORT DeviceFacts {
   virtual int32_t screenPixelDensity() const { return 1; }
   /// Pixels for a point of the layout, 1 to 3.
   virtual int32_t screenScale() const { return 1; }
+  /// Names of the network interfaces that there are now.
+  virtual std::vector<std::string> networkInterfaceNames() const { return {}; }
 };
 
 }  // namespace nvxcore
