@@ -6,6 +6,7 @@
 #include "nvxcore/platform/NotificationCenter.h"
 #include "nvxcore/platform/Preferences.h"
 #include "nvxcore/platform/linux/MakeHTTPSessionService.h"
+#include "nvxcore/platform/linux/NetlinkReachability.h"
 #include "nvxcore/platform/linux/PosixThreading.h"
 #include "nvxcore/platform/linux/ProcessFacts.h"
 #include "nvxcore/platform/linux/StandardErrorConsole.h"
@@ -24,6 +25,7 @@ Platform completedPlatform(Platform platform) {
   if (!platform.preferences) {
     platform.preferences = preferencesInFolders(defaultPreferencesFolders(*platform.application));
   }
+  if (!platform.reachability) platform.reachability = std::make_shared<NetlinkReachability>();
   return platform;
 }
 
