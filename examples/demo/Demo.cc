@@ -29,7 +29,7 @@ void Journal::line(const char* format, ...) {
 void Journal::text(const std::string& lines) {
   std::lock_guard<std::mutex> lock(_mutex);
   time();
-  for (const char c : lines) {
+  for (const char& c : lines) {
     std::putchar(c);
     if (c == '\n' && &c != &lines.back()) std::printf("             ");
   }
