@@ -1,6 +1,6 @@
-// The time from creating everything to the first answer of a process: service, description, state, connection,
-// the HTTP service's thread and its first connection. Prints it; a process has one first answer, so that
-// scripts/bench runs the program several times.
+// The time from creating everything to the first answer of a process: service, description, state,
+// connection, the HTTP service's thread and its first connection. Prints it; a process has one first answer,
+// so that scripts/bench runs the program several times.
 
 #include <chrono>
 #include <cstdio>

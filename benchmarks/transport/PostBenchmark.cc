@@ -62,7 +62,8 @@ Data payload() { return Data::copy(std::string("\0\0\0\x28", 4) + kPayload); }
 std::string framed(int count) {
   std::vector<NVXDASHConnectionRequestRef> requests;
   for (int i = 0; i < count; ++i)
-    requests.push_back(NVXDASHBlocksRequest::requestWithID(239, payload(), NVXDASHBlocksRequest::ReadHandler()));
+    requests.push_back(
+        NVXDASHBlocksRequest::requestWithID(239, payload(), NVXDASHBlocksRequest::ReadHandler()));
   return makeConnection()->buildServerPayloadForRequests(requests).string();
 }
 

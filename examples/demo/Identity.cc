@@ -136,7 +136,8 @@ class Conversation {
                   "the first POST's requests:" + idsOf(posts[0]));
     checks.expect(idsOf(posts[1]) == " 62 239 239", "the second POST's requests:" + idsOf(posts[1]));
     for (const Exchange& post : posts) {
-      checks.expect(post.identity.cookie != geoserver::CookieStanding::unknown, "the server knows the cookie");
+      checks.expect(post.identity.cookie != geoserver::CookieStanding::unknown,
+                    "the server knows the cookie");
     }
     const NVXDASHClientState& state = *_connection->clientState();
     journal.line("the client now has the cookie 0x%016llx, cohort %s, country %s",
@@ -159,7 +160,8 @@ class Conversation {
         [&](const Ref<NVXx_ZLCResourceResponseProto>& response, const Error& error) {
           checks.expect(!error, "no error: " + error.description());
           if (response && response->responseArray().count() == 1) {
-            const auto& first = response->responseArray().messageAtIndex<NVXx_ZLCResourceResponseProto_Response>(0);
+            const auto& first =
+                response->responseArray().messageAtIndex<NVXx_ZLCResourceResponseProto_Response>(0);
             journal.line("  code %d, %.*s, %zu bytes", first.responseCode(),
                          static_cast<int>(first.contentType().size()), first.contentType().data(),
                          first.body().size());
@@ -208,13 +210,15 @@ class Conversation {
     journal.line("a request that fails twice, and is sent again with growing waits");
     checks.expect(!failing(2, 2), "the third attempt succeeds");
     journal.line("one that goes on failing, and gives up after one retry");
-    checks.expect(failing(100, 1).is(NVXx_kHTKSessionFetcherStatusDomain, 503), "it ends with the server's status");
+    checks.expect(failing(100, 1).is(NVXx_kHTKSessionFetcherStatusDomain, 503),
+                  "it ends with the server's status");
     _failures = 0;
   }
 
   void location() {
     journal.line("two claims about where the client is, and a request that knows better");
-    _connection->setLocationDescriptors({descriptor(1, 473769000, 85417000), descriptor(12, 474000000, 85000000)});
+    _connection->setLocationDescriptors(
+        {descriptor(1, 473769000, 85417000), descriptor(12, 474000000, 85000000)});
     Client client(_connection);
     {
       MainThreadIsBusy busy;

@@ -74,9 +74,8 @@ std::string NVXDASHConnectionImpl::xGeoHeaderValueForGroupID(const NVXDASHReques
   }
   Descriptors descriptors = _locationDescriptors;
   for (Ref<NVXx_LOCULocationDescriptor>& descriptor : descriptors) {
-    const auto found = std::find_if(overrides.begin(), overrides.end(), [&](const auto& entry) {
-      return entry.first == descriptor->producer();
-    });
+    const auto found = std::find_if(overrides.begin(), overrides.end(),
+                                    [&](const auto& entry) { return entry.first == descriptor->producer(); });
     if (found == overrides.end()) continue;
     // The stored one is shared, and stays as it is.
     descriptor = descriptor->deepCopy();
@@ -131,10 +130,8 @@ void NVXDASHConnectionImpl::startWhatStillWaitsForCookies() {
   }
   // The handler of the client properties may have run while its POST was still in the air, and brought no
   // identity. It is on the main queue by now, so that this comes behind it and asks for no second one.
-  Queue::main()->post(
-      [self = shared_from_this(), membership = std::make_shared<GroupMembership>(_postGroup)] {
-        self->startConnectionsIfNeeded();
-      });
+  Queue::main()->post([self = shared_from_this(), membership = std::make_shared<GroupMembership>(
+                                                      _postGroup)] { self->startConnectionsIfNeeded(); });
 }
 
 NVXDASHConnectionRequestRef NVXDASHConnectionImpl::userCookieRequest() {
@@ -193,8 +190,7 @@ Ref<NVXx_ZLCClientPropertiesRequestProto> NVXDASHConnectionImpl::clientPropertie
     proto->setOatcakeToken(token ? std::move(token) : NVXx_ZLCOatcakeTokenProto::message());
   }
   proto->setHasLocationFix(_hasLocationFix);
-  proto->setScreenPixelDensity(
-      ZLCClientPropertiesRequestProto_ScreenPixelDensity(client.screenDensity()));
+  proto->setScreenPixelDensity(ZLCClientPropertiesRequestProto_ScreenPixelDensity(client.screenDensity()));
   proto->pixelDensity().setIosScreenScale(
       ZLCClientInformation_PixelDensity_IosScreenScale(client.screenScale()));
   proto->setNavigationUsage(ZLCClientPropertiesRequestProto_NavigationUsage(_navUsage.load()));

@@ -31,9 +31,10 @@ class IdentityTest : public FakeConnectionTest {
     device->density = 3;
     device->scale = 2;
     platform.device = device;
-    platform.application = applicationFactsWithDescription(
-        {.bundleIdentifier = "com.host.app", .bundlePath = {}, .processName = "host",
-         .infoDictionary = {{"CFBundleVersion", "3.2"}}});
+    platform.application = applicationFactsWithDescription({.bundleIdentifier = "com.host.app",
+                                                            .bundlePath = {},
+                                                            .processName = "host",
+                                                            .infoDictionary = {{"CFBundleVersion", "3.2"}}});
     return platform;
   }
   void connect(uint64_t tokens, NVXDASHClientStateRef withState) {
@@ -111,29 +112,36 @@ TEST_F(IdentityTest, TheHeadNamesTheClientByteForByte) {
   connection->experimentIDs()->addInt32(9);
 
   const std::string common[] = {
-      "\x0A\x02" "C7",                       // cohort
-      "\x20\x01",                            // gzip
-      "\x2A\x0C" "com.host.app",             // application
-      "\x32\x02" "CH",                       // legal country
-      "\x50\x01",                            // courier
-      "\xA8\x01\x01",                        // voice search
-      "\xB8\x01\x07\xB8\x01\xAC\x02",        // experiments
-      "\xC0\x01\x01",                        // tile cache
-      "\xBA\x02\x03" "3.2",                  // application version
-      "\xC2\x02\x03" "9.9",                  // core version
-      "\xDA\x02\x11\x0A\x01K\x12\x0C" "com.host.app",  // fingerprint
-      "\xE8\x02\x01",                        // enterprise
+      "\x0A\x02"
+      "C7",        // cohort
+      "\x20\x01",  // gzip
+      "\x2A\x0C"
+      "com.host.app",  // application
+      "\x32\x02"
+      "CH",                            // legal country
+      "\x50\x01",                      // courier
+      "\xA8\x01\x01",                  // voice search
+      "\xB8\x01\x07\xB8\x01\xAC\x02",  // experiments
+      "\xC0\x01\x01",                  // tile cache
+      "\xBA\x02\x03"
+      "3.2",  // application version
+      "\xC2\x02\x03"
+      "9.9",  // core version
+      "\xDA\x02\x11\x0A\x01K\x12\x0C"
+      "com.host.app",  // fingerprint
+      "\xE8\x02\x01",  // enterprise
   };
-  const std::string full = common[0] + "\x10\x01" +              // location fix
+  const std::string full = common[0] + "\x10\x01" +  // location fix
                            common[1] + common[2] + common[3] + common[4] + common[5] +
-                           "\xB0\x01\x03" +                      // density
+                           "\xB0\x01\x03" +                          // density
                            common[6] + common[7] + "\xC8\x01\x02" +  // navigation
-                           "\xDA\x01\x04" "16.1" +               // system
-                           "\xFA\x01\x05\x0A\x01n\x10\x05" +     // token
-                           "\x80\x02\x01"s + "\x88\x02\x00"s +   // voice, data
-                           "\xA0\x02\x01" +                      // token enabled
-                           common[8] + common[9] + common[10] + common[11] +
-                           "\x9A\x03\x02\x10\x02";               // scale
+                           "\xDA\x01\x04"
+                           "16.1" +                           // system
+                           "\xFA\x01\x05\x0A\x01n\x10\x05" +  // token
+                           "\x80\x02\x01"s +
+                           "\x88\x02\x00"s +  // voice, data
+                           "\xA0\x02\x01" +   // token enabled
+                           common[8] + common[9] + common[10] + common[11] + "\x9A\x03\x02\x10\x02";  // scale
   send("x");
   waitForEnd(1);
   const std::vector<FramedRequest> requests = requestsOf(bodies[0]);

@@ -73,7 +73,8 @@ class MessageLedgerTest : public NVXTest, public ::testing::WithParamInterface<L
           const size_t end = std::min(first + length, ledger.size());
           connection.startNewBatch();
           for (size_t number = first; number < end; ++number) {
-            const auto sent = request(ledger, number, isAbandoned(number) ? std::make_shared<Semaphore>(0) : done);
+            const auto sent =
+                request(ledger, number, isAbandoned(number) ? std::make_shared<Semaphore>(0) : done);
             connection.sendRequest(sent);
             if (!isAbandoned(number)) continue;
             handlers->post([this, sent, number] {
@@ -92,8 +93,9 @@ class MessageLedgerTest : public NVXTest, public ::testing::WithParamInterface<L
 
   /// What is held back behind a POST that failed unread goes with the next request.
   static NVXDASHConnectionRequestRef nudge() {
-    return NVXDASHBlocksRequest::requestWithID(501, Data::copy(std::string(4, '\0')),
-                                               [](utils::JavaDataInput* input) { return input->ReadInt() == 0; });
+    return NVXDASHBlocksRequest::requestWithID(
+        501, Data::copy(std::string(4, '\0')),
+        [](utils::JavaDataInput* input) { return input->ReadInt() == 0; });
   }
   static bool waitForOutcome(NVXDASHConnectionImpl& connection, Semaphore& done) {
     constexpr TimeInterval kTurn = 2.0;
@@ -186,7 +188,9 @@ TEST_P(MessageLedgerTest, EachRequestHasOneOutcomeAndTheServerAgrees) {
   options.http2 = GetParam().http2;
   options.compression.fromBytes = 200;
   geoserver::GeoServer server(options);
-  server.registerMessageType(kFirstID, {.name = "echo", .request = nullptr, .answer = nullptr,
+  server.registerMessageType(kFirstID, {.name = "echo",
+                                        .request = nullptr,
+                                        .answer = nullptr,
                                         .answerMessage = [](const geoserver::MessageCall& call) {
                                           return std::string(call.bytes);
                                         }});
@@ -198,8 +202,8 @@ TEST_P(MessageLedgerTest, EachRequestHasOneOutcomeAndTheServerAgrees) {
   {
     auto service = serviceFor(server);
     auto connection = NVXDASHConnection::initWithServerURL(
-        URL::withString(server.url()), NVXDASHClientDescription::initWithLanguages({"en"}, 1, "c", "1.0"), state,
-        service, std::make_shared<NVXSystemClock>());
+        URL::withString(server.url()), NVXDASHClientDescription::initWithLanguages({"en"}, 1, "c", "1.0"),
+        state, service, std::make_shared<NVXSystemClock>());
     sendAll(*connection, ledger);
     EXPECT_TRUE(connection->drain(kPatience));
     connection->sendRequest(nudge());
