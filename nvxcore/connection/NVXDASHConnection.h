@@ -31,6 +31,8 @@ inline constexpr char NVXx_kDASHFetcherIsConnectionCheck[] = "isConnectionCheck"
 /// Codes of errors of the connection's class, "com.ovrasoft.Atlas.NVXDASHConnection".
 inline constexpr char kNVXDASHConnectionClass[] = "NVXDASHConnection";
 inline constexpr int64_t kNVXDASHConnectionErrorProtocol = 100;
+/// An answer's message doesn't inflate or parse; the underlying error tells why.
+inline constexpr int64_t kNVXDASHConnectionErrorMessage = 101;
 
 /// The client's one gateway to the geo server. Requests are grouped and batched, up to 50 go in a POST, and
 /// their answers are read in order while the reply is still arriving. Each request gets one outcome.

@@ -79,6 +79,13 @@ NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_parse(const PBClass& messag
   return withError(error, [&] { return pb_parse(messageClass, data, registry); });
 }
 
+Ref<NVXx_PBGeneratedMessage> NVXx_PBGeneratedMessage::parseFromData(const PBClass& messageClass,
+                                                                    const Data& data,
+                                                                    const NVXx_PBExtensionRegistry* registry,
+                                                                    Error* error) {
+  return Ref<NVXx_PBGeneratedMessage>::adopt(pb_parse(messageClass, data, registry, error));
+}
+
 NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_parse(const PBClass& messageClass,
                                                            NVXx_PBCodedInputStream& stream, bool delimited,
                                                            const NVXx_PBExtensionRegistry* registry) {

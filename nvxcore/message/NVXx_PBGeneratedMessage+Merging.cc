@@ -1,6 +1,7 @@
 #include <cstring>
 #include <utility>
 
+#include "nvxcore/message/NVXProtoFunctions.h"
 #include "nvxcore/message/NVXx_PBDescriptor.h"
 #include "nvxcore/message/NVXx_PBGeneratedMessage.h"
 #include "nvxcore/message/NVXx_PBTextFormat.h"
@@ -100,12 +101,55 @@ NVXx_PBGeneratedMessage* NVXx_PBGeneratedMessage::pb_deepCopy() const { return c
 
 namespace {
 
+void mergeFields(NVXx_PBGeneratedMessage& message, const NVXx_PBGeneratedMessage& other,
+                 bool overwritesRepeated);
+
 // A copy of the one with the other merged in.
-NVXx_PBGeneratedMessage* mergedCopy(NVXx_PBGeneratedMessage* into, const NVXx_PBGeneratedMessage& from) {
+NVXx_PBGeneratedMessage* mergedCopy(NVXx_PBGeneratedMessage* into, const NVXx_PBGeneratedMessage& from,
+                                    bool overwritesRepeated = false) {
   if (!into) return Access::copy(from);
   auto result = Ref<NVXx_PBGeneratedMessage>::adopt(Access::copy(*into));
-  result->mergeFrom(from);
+  if (overwritesRepeated) {
+    mergeFields(*result, from, true);
+  } else {
+    result->mergeFrom(from);
+  }
   return result.take();
+}
+
+// Both are of one class.
+void mergeFields(NVXx_PBGeneratedMessage& message, const NVXx_PBGeneratedMessage& other,
+                 bool overwritesRepeated) {
+  const PBClass& messageClass = Access::classOf(message);
+  for (uint32_t i = 0; i < messageClass.fieldCount; ++i) {
+    const PBEntry& entry = messageClass.entries[i];
+    if (entry.isRepeated()) {
+      const auto* values = Access::slot<NVXx_PBMutableArray>(other, entry.offset);
+      if (!values || !values->data()) continue;
+      if (overwritesRepeated) {
+        Access::setArray(message, i, values->mutableCopy().get());
+      } else {
+        Access::array(message, i).appendArray(values);
+      }
+      continue;
+    }
+    if (!Access::has(other, entry.has)) continue;
+    if (!entry.isObject()) {
+      std::memcpy(Access::storage(message) + entry.offset, Access::storage(other) + entry.offset,
+                  scalarWidth(entry));
+      Access::setHas(message, entry.has);
+      Access::becomeVisible(message);
+    } else if (entry.isMessage()) {
+      auto* own = Access::has(message, entry.has)
+                      ? Access::slot<NVXx_PBGeneratedMessage>(message, entry.offset)
+                      : nullptr;
+      Access::setObject(
+          message, i,
+          mergedCopy(own, *Access::slot<NVXx_PBGeneratedMessage>(other, entry.offset), overwritesRepeated));
+    } else {
+      Access::setObject(message, i, shareBytes(Access::slot<void>(other, entry.offset)));
+    }
+  }
 }
 
 void mergeExtensions(NVXx_PBGeneratedMessage& message, const PBSide& other) {
@@ -148,30 +192,14 @@ void NVXx_PBGeneratedMessage::mergeFrom(const NVXx_PBGeneratedMessage& other) {
     throw Exception(kInvalidArgumentException,
                     "Classes must match " + _class->name + " != " + other._class->name);
   }
-  for (uint32_t i = 0; i < _class->fieldCount; ++i) {
-    const PBEntry& entry = _class->entries[i];
-    if (entry.isRepeated()) {
-      const auto* values = Access::slot<NVXx_PBMutableArray>(other, entry.offset);
-      if (values && values->data()) Access::array(*this, i).appendArray(values);
-      continue;
-    }
-    if (!Access::has(other, entry.has)) continue;
-    if (!entry.isObject()) {
-      std::memcpy(pb_storage() + entry.offset, other.pb_storage() + entry.offset, scalarWidth(entry));
-      Access::setHas(*this, entry.has);
-      Access::becomeVisible(*this);
-    } else if (entry.isMessage()) {
-      auto* own = Access::has(*this, entry.has) ? Access::slot<NVXx_PBGeneratedMessage>(*this, entry.offset)
-                                                : nullptr;
-      Access::setObject(*this, i,
-                        mergedCopy(own, *Access::slot<NVXx_PBGeneratedMessage>(other, entry.offset)));
-    } else {
-      Access::setObject(*this, i, shareBytes(other.pb_slot(entry.offset)));
-    }
-  }
+  mergeFields(*this, other, false);
   const PBSide* link = Access::side(other);
   mergeUnknownFields(link ? link->unknownFields.get() : nullptr);
   if (link && !link->extensions.empty()) mergeExtensions(*this, *link);
+}
+
+void NVXMergeProtoIntoProto(const NVXx_PBGeneratedMessage& source, NVXx_PBGeneratedMessage& destination) {
+  if (&source.classOfMessage() == &destination.classOfMessage()) mergeFields(destination, source, true);
 }
 
 // Equality.

@@ -223,7 +223,7 @@ void NVXx_PBGeneratedMessage::pb_setString(uint32_t field, const PBStringArgumen
       block = DataAccess::take(Data(value.handle()->data()));
     } else {
       const std::string_view text = value.view();
-      block = pbIsUTF8(reinterpret_cast<const uint8_t*>(text.data()), text.size())
+      block = isUTF8(reinterpret_cast<const uint8_t*>(text.data()), text.size())
                   ? pbCopyBytes(text.data(), text.size())
                   : pbEmptyString();
     }

@@ -54,6 +54,10 @@ class NVXCORE_EXPORT NVXx_PBGeneratedMessage : public NVXx_PBRootObject {
   void retain() const;
   void release() const;
 
+  /// For a class that is known at run time only; otherwise as the class's own.
+  static Ref<NVXx_PBGeneratedMessage> parseFromData(const PBClass& messageClass, const Data& data,
+                                                    const NVXx_PBExtensionRegistry* registry, Error* error);
+
   const PBClass& classOfMessage() const { return *_class; }
   const NVXx_PBDescriptor& descriptorOfMessage() const;
 

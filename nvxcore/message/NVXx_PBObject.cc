@@ -22,7 +22,7 @@ namespace nvxcore {
 // Strings.
 
 NVXx_PBString::NVXx_PBString(std::string_view text)
-    : _bytes(DataAccess::adopt(pbIsUTF8(reinterpret_cast<const uint8_t*>(text.data()), text.size())
+    : _bytes(DataAccess::adopt(isUTF8(reinterpret_cast<const uint8_t*>(text.data()), text.size())
                                    ? pbCopyBytes(text.data(), text.size())
                                    : pbEmptyString())) {}
 

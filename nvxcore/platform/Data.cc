@@ -151,6 +151,14 @@ void MutableData::reserve(size_t capacity) {
   _capacity = capacity;
 }
 
+void MutableData::shrinkToFit() noexcept {
+  if (_length == _capacity || _length == 0) return;
+  void* memory = std::realloc(_bytes, _length);
+  if (!memory) return;
+  _bytes = static_cast<uint8_t*>(memory);
+  _capacity = _length;
+}
+
 void MutableData::grow(size_t needed) {
   if (needed < _length) throw std::bad_alloc();  // The sum has wrapped.
   const size_t doubled = _capacity > SIZE_MAX / 2 ? SIZE_MAX : _capacity * 2;

@@ -88,6 +88,8 @@ class NVXCORE_EXPORT MutableData {
   /// Adds `length` bytes that are not set, and answers where they begin.
   uint8_t* extend(size_t length);
   void setLength(size_t length);
+  /// Gives room that is not in use back, where that can be done.
+  void shrinkToFit() noexcept;
   void clear() { _length = 0; }
 
  private:

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "nvxcore/platform/Data.h"
+#include "nvxcore/platform/Date.h"
 #include "nvxcore/platform/Error.h"
 #include "nvxcore/platform/Export.h"
 #include "nvxcore/platform/URL.h"
@@ -16,7 +17,13 @@ namespace nvxcore {
 
 /// No error when something is there that this process can reach.
 NVXCORE_EXPORT Error checkFileIsReachable(const URL& file);
+struct FileAttributes {
+  bool isDirectory = false;
+  int64_t size = 0;
+  Date modificationDate;
+};
 /// Nothing when there is no such file.
+NVXCORE_EXPORT std::optional<FileAttributes> fileAttributes(const URL& file);
 NVXCORE_EXPORT std::optional<int64_t> fileSize(const URL& file);
 NVXCORE_EXPORT Data readFile(const URL& file, Error* error);
 /// Writes beside the file, syncs, and moves it into place, so that a reader sees the old bytes or the new

@@ -38,6 +38,27 @@ double outOfRangeNumber(std::string_view text) {
   return sign * (isTiny ? 0.0 : std::numeric_limits<double>::infinity());
 }
 
+/// The fewest digits from 15 on that read back as the same number.
+std::string doubleText(double value) {
+  char text[32];
+  for (int digits = 15;; ++digits) {
+    const auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::general, digits);
+    double again = 0;
+    std::from_chars(text, result.ptr, again);
+    if (digits == 17 || !(again != value)) return std::string(text, result.ptr);
+  }
+}
+
+std::string dataText(std::string_view bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text = "<";
+  for (const char c : bytes) {
+    text += kDigits[static_cast<uint8_t>(c) >> 4];
+    text += kDigits[c & 0xF];
+  }
+  return text + ">";
+}
+
 }  // namespace
 
 Value::Value(Dictionary value) : _value(makePooled<const Dictionary>(std::move(value))) {}
@@ -106,6 +127,24 @@ double Value::doubleValue() const {
     return number;
   }
   return static_cast<double>(integerValue());
+}
+
+std::string Value::description() const {
+  if (auto* value = std::get_if<bool>(&_value)) return *value ? "1" : "0";
+  if (auto* value = std::get_if<int64_t>(&_value)) return std::to_string(*value);
+  if (auto* value = std::get_if<uint64_t>(&_value)) return std::to_string(*value);
+  if (auto* value = std::get_if<double>(&_value)) return doubleText(*value);
+  if (auto* value = std::get_if<std::string>(&_value)) return *value;
+  if (auto* value = std::get_if<Date>(&_value)) return doubleText(value->timeIntervalSince1970());
+  if (auto* value = std::get_if<Data>(&_value)) return *value ? dataText(value->view()) : "(null)";
+  if (auto* value = std::get_if<URL>(&_value)) return value->absoluteString();
+  if (auto* value = std::get_if<Error>(&_value)) return value->description();
+  if (const Dictionary* entries = dictionary()) {
+    std::string text = "{";
+    for (const auto& [key, value] : *entries) text += key + " = " + value.description() + "; ";
+    return text + "}";
+  }
+  return std::holds_alternative<std::any>(_value) ? "(object)" : "(null)";
 }
 
 }  // namespace nvxcore

@@ -75,6 +75,9 @@ class NVXCORE_EXPORT Value {
   /// As `integerValue`, up to the largest unsigned number; a negative one is 0.
   uint64_t unsignedIntegerValue() const;
   double doubleValue() const;
+  /// As text: a string as it stands, a bool as 1 or 0, a number in decimal, a URL and an error as they tell
+  /// it, bytes as hexadecimal in angle brackets; "(null)" for nothing. The same in every locale.
+  std::string description() const;
   /// The string, or null when this is none.
   const std::string* string() const { return std::get_if<std::string>(&_value); }
   Data data() const { return get<Data>(); }

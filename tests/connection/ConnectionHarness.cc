@@ -29,14 +29,22 @@ void forEachRequest(std::string_view body,
 
 }  // namespace
 
-std::string echoReply(std::string_view body) {
+std::string replyTo(std::string_view body,
+                    const std::function<std::string(int requestID, std::string_view payload)>& answer) {
   std::string reply("\0\x18", 2);
   forEachRequest(body, [&](std::string_view id, std::string_view payload) {
     reply.append(id);
-    for (int shift : {24, 16, 8, 0}) reply += static_cast<char>(payload.size() >> shift);
-    reply.append(payload);
+    reply.append(answer(static_cast<int>(bigEndian(id)), payload));
   });
   return reply;
+}
+
+std::string echoReply(std::string_view body) {
+  return replyTo(body, [](int, std::string_view payload) {
+    std::string answer;
+    for (int shift : {24, 16, 8, 0}) answer += static_cast<char>(payload.size() >> shift);
+    return answer.append(payload);
+  });
 }
 
 std::vector<std::string> payloadsOf(std::string_view body) {

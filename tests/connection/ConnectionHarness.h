@@ -23,6 +23,10 @@ inline constexpr TimeInterval kPatience = 30.0;
 /// The reply that a server gives to a POST body: each request read as an ID and a 32-bit length with that
 /// many bytes, and echoed. Written anew here, apart from the library's own framing.
 std::string echoReply(std::string_view body);
+/// The same with answers of the test's own: what `answer` gives for an ID and a payload goes out behind the
+/// ID.
+std::string replyTo(std::string_view body,
+                    const std::function<std::string(int requestID, std::string_view payload)>& answer);
 /// Payloads of such requests, in order.
 std::vector<std::string> payloadsOf(std::string_view body);
 

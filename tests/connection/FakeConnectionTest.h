@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/connection/ConnectionHarness.h"
@@ -19,7 +20,8 @@ namespace nvxcore::testing {
 /// A connection over a fake network, which keeps the body of each POST and answers as the test says.
 class FakeConnectionTest : public NVXTest {
  protected:
-  FakeConnectionTest() : _scope(platform()) {
+  explicit FakeConnectionTest(std::shared_ptr<Threading> threading = {})
+      : _scope(platform(std::move(threading))) {
     _network->onResume = [this](const FakeHTTPTaskRef& task) { serve(task); };
     connection = makeConnection("http://geo.test/glm");
   }
@@ -33,8 +35,9 @@ class FakeConnectionTest : public NVXTest {
     _scope.settle();
   }
 
-  Platform platform() {
+  Platform platform(std::shared_ptr<Threading> threading) {
     Platform platform;
+    platform.threading = std::move(threading);
     platform.httpSessionService = _network;
     platform.device = std::make_shared<FakeDeviceFacts>();
     return platform;

@@ -8,6 +8,7 @@
 
 #include "nvxcore/connection/java_data/ModifiedUTF8.h"
 #include "nvxcore/foundation/base/NVXLog.h"
+#include "nvxcore/platform/internal/UTF8.h"
 
 namespace nvxcore::utils {
 

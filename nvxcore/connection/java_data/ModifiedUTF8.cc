@@ -210,21 +210,4 @@ uint8_t* writeModifiedUTF8(const uint8_t* bytes, size_t byteCount, uint8_t* dest
   return to;
 }
 
-bool isUTF8(const uint8_t* bytes, size_t byteCount) {
-  size_t at = 0;
-  while (at < byteCount) {
-    while (byteCount - at >= 8) {
-      uint64_t block;
-      std::memcpy(&block, bytes + at, 8);
-      if (block & 0x8080808080808080u) break;
-      at += 8;
-    }
-    if (at == byteCount) return true;
-    const size_t sequence = sequenceLength(bytes + at, byteCount - at);
-    if (!sequence) return false;
-    at += sequence;
-  }
-  return true;
-}
-
 }  // namespace nvxcore::utils

@@ -21,7 +21,4 @@ size_t modifiedUTF8Length(const uint8_t* bytes, size_t byteCount);
 /// Writes them, and answers where they end. `destination` has room for 3 times `byteCount`.
 uint8_t* writeModifiedUTF8(const uint8_t* bytes, size_t byteCount, uint8_t* destination);
 
-/// True for well-formed UTF-8 (RFC 3629).
-bool isUTF8(const uint8_t* bytes, size_t byteCount);
-
 }  // namespace nvxcore::utils

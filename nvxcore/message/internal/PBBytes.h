@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "nvxcore/platform/internal/DataBlock.h"
+#include "nvxcore/platform/internal/UTF8.h"
 
 namespace nvxcore {
 
@@ -20,8 +21,5 @@ PBBlock* pbCopyBytes(const void* bytes, size_t length);
 PBBlock* pbSliceBytes(PBBlock* whole, const uint8_t* bytes, size_t length);
 /// The shared empty string, with one more reference counted.
 PBBlock* pbEmptyString();
-
-/// True for well-formed UTF-8: no overlong forms, surrogates or values past U+10FFFF.
-bool pbIsUTF8(const uint8_t* bytes, size_t length);
 
 }  // namespace nvxcore

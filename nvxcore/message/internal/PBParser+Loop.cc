@@ -24,7 +24,7 @@ inline bool isText(const uint8_t* bytes, uint32_t length, const uint8_t* readabl
              !(~pbTerminators(bytes) & ((uint64_t{1} << length) - 1))) {
     return true;
   }
-  return pbIsUTF8(bytes, length);
+  return isUTF8(bytes, length);
 }
 
 inline void addHas(NVXx_PBGeneratedMessage& message, uint64_t& has) {

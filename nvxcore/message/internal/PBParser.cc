@@ -218,7 +218,7 @@ void PBParser::setBytes(Loop& at, const PBEntry& entry) {
     bytes = get();
     count = 0;
     _stream.noteMoveBack(static_cast<uint64_t>(-int64_t{length}));
-  } else if (isString && !pbIsUTF8(bytes, count)) {
+  } else if (isString && !isUTF8(bytes, count)) {
     count = 0;
   }
   PBBlock* old = Access::slot<PBBlock>(message, entry.offset);
@@ -251,7 +251,7 @@ PBBlock* PBParser::readBlock(bool isString) {
     _stream.noteMoveBack(static_cast<uint64_t>(-int64_t{length}));
     return pbEmptyString();
   }
-  if (isString && !pbIsUTF8(bytes, static_cast<size_t>(length))) return pbEmptyString();
+  if (isString && !isUTF8(bytes, static_cast<size_t>(length))) return pbEmptyString();
   return sharedBytes(bytes, static_cast<size_t>(length));
 }
 

@@ -71,10 +71,18 @@ Error checkFileIsReachable(const URL& file) {
   return ::stat(file.fileSystemPath().c_str(), &facts) == 0 ? Error() : fileError(errno, Access::Read, file);
 }
 
-std::optional<int64_t> fileSize(const URL& file) {
+std::optional<FileAttributes> fileAttributes(const URL& file) {
   struct stat facts;
   if (!file.isFileURL() || ::stat(file.fileSystemPath().c_str(), &facts) != 0) return std::nullopt;
-  return facts.st_size;
+  const timespec& time = facts.st_mtim;
+  return FileAttributes{S_ISDIR(facts.st_mode), facts.st_size,
+                        Date::withTimeIntervalSince1970(static_cast<double>(time.tv_sec) +
+                                                        static_cast<double>(time.tv_nsec) / 1e9)};
+}
+
+std::optional<int64_t> fileSize(const URL& file) {
+  const std::optional<FileAttributes> attributes = fileAttributes(file);
+  return attributes ? std::optional(attributes->size) : std::nullopt;
 }
 
 Data readFile(const URL& file, Error* error) {
