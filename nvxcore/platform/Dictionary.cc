@@ -34,8 +34,12 @@ void Dictionary::set(std::string_view key, Value value) {
   if (const Value* present = find(key)) {
     *const_cast<Value*>(present) = std::move(value);
   } else {
-    _entries.emplace_back(std::string(key), std::move(value));
+    add(key, std::move(value));
   }
+}
+
+void Dictionary::add(std::string_view key, Value value) {
+  _entries.emplace_back(std::string(key), std::move(value));
 }
 
 void Dictionary::remove(std::string_view key) {

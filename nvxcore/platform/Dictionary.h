@@ -34,6 +34,8 @@ class NVXCORE_EXPORT Dictionary {
   /// A value of the kind "nothing" when there is none.
   const Value& get(std::string_view key) const;
   void set(std::string_view key, Value value);
+  /// As `set`, for a key that is known not to be there: takes no time to look for it.
+  void add(std::string_view key, Value value);
   void remove(std::string_view key);
 
   const Entry* begin() const;

@@ -1,4 +1,6 @@
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,11 +14,13 @@
 #include "nvxcore/platform/ApplicationFacts.h"
 #include "nvxcore/platform/Queue.h"
 #include "nvxcore/platform/Semaphore.h"
+#include "tests/connection/FakeConnectionTest.h"
 #include "tests/support/FakeFacts.h"
 #include "tests/support/InMemoryPreferences.h"
 #include "tests/support/ManualTime.h"
 #include "tests/support/NVXTest.h"
 #include "tests/support/PlatformScope.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvxcore::testing {
 namespace {
@@ -275,6 +279,75 @@ TEST_F(ClientStateTest, WithoutPreferencesItStaysInMemory) {
   EXPECT_EQ(state.clientCohort(), "cohort");
   state.clearZLCServerTokens();
   EXPECT_EQ(state.userCookie(), 0u);
+}
+
+/// The identity in the real store; a service of its own stands for each run of the application.
+class IdentityOnDiskTest : public NVXTest {
+ protected:
+  NVXDASHClientStateRef run() {
+    const auto service = preferencesInFolders({_folder / "application", _folder / "groups"});
+    return NVXDASHClientState::initWithDefaults(service->standardPreferences());
+  }
+
+  TemporaryFolder _folder;
+  std::shared_ptr<ManualTime> _time = std::make_shared<ManualTime>();
+  PlatformScope _scope{{.threading = _time}};
+};
+
+TEST_F(IdentityOnDiskTest, SurvivesARestartWithoutALastWord) {
+  // The first run never lets go of its state, as a process that is killed.
+  const auto first = run();
+  first->updateUserCookie(11);
+  first->updateUserCookie(12);
+  first->setMelbaCookie("melba");
+  const auto second = run();
+  EXPECT_EQ(second->userCookie(), 11u);
+  EXPECT_EQ(second->melbaCookie(), "melba");
+  second->clearZLCServerTokens();
+  EXPECT_EQ(run()->userCookie(), 0u);
+}
+
+TEST_F(IdentityOnDiskTest, TwoRunsAtOnceTakeTheCookieThatIsThere) {
+  const auto one = run(), other = run();
+  one->updateUserCookie(1);
+  other->setMelbaCookie("melba");
+  // What the other has written beside it did not take the cookie away.
+  EXPECT_EQ(run()->userCookie(), 1u);
+  EXPECT_EQ(run()->melbaCookie(), "melba");
+}
+
+TEST_F(IdentityOnDiskTest, AStoreThatCannotBeWrittenLosesNothing) {
+  std::ofstream(_folder / "application") << "in the way";
+  const auto state = run();
+  state->updateUserCookie(11);
+  state->setMelbaCookie("melba");
+  state->updateUserCookie(12);
+  EXPECT_EQ(state->userCookie(), 11u);
+  EXPECT_EQ(state->melbaCookie(), "melba");
+  std::filesystem::remove(_folder / "application");
+  _time->advance(1.0);
+  ASSERT_TRUE(_scope.settle());
+  EXPECT_EQ(run()->userCookie(), 11u);
+  EXPECT_EQ(run()->melbaCookie(), "melba");
+}
+
+class SharedStateTest : public FakeConnectionTest {};
+
+TEST_F(SharedStateTest, TwoConnectionsHaveOneIdentity) {
+  const auto state = clientStateWithCookie(0);
+  const auto connect = [&] {
+    return NVXDASHConnection::initWithServerURL(
+        URL::withString("http://geo.test/glm"), connection->clientDescription(), state,
+        connection->fetcherService(), std::make_shared<NVXSystemClock>());
+  };
+  const auto one = connect(), other = connect();
+  EXPECT_EQ(one->clientState(), other->clientState());
+  one->clientState()->updateUserCookie(0x0102030405060708);
+  other->sendRequest(echoRequest(outcomes, "x"));
+  ASSERT_TRUE(other->drain(kPatience));
+  ASSERT_FALSE(bodies.empty());
+  EXPECT_EQ(bodies[0].substr(2, 8), "\x01\x02\x03\x04\x05\x06\x07\x08");
+  EXPECT_EQ(NVXDASHClientState::defaultState(), NVXDASHClientState::defaultState());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -113,18 +114,14 @@ class Reader {
         return Date::withTimeIntervalSinceReferenceDate(std::bit_cast<double>(number(8)));
       case Tag::Data:
         return Data::copy(text());
-      case Tag::URL:
-        return URL::withString(text());
-      case Tag::Dictionary: {
-        Reader within(text());
-        Dictionary dictionary;
-        while (within.hasMore() && depth < kMostDepth) {
-          const std::string_view key = within.text();
-          dictionary.set(key, within.value(depth + 1));
-        }
-        _isSound = _isSound && within._isSound && within._bytes.empty();
-        return dictionary;
+      case Tag::URL: {
+        const std::string_view address = text();
+        const URL url = URL::withString(address);
+        _isSound = _isSound && url.absoluteString() == address;
+        return url;
       }
+      case Tag::Dictionary:
+        return dictionary(depth);
     }
     _isSound = false;
     return {};
@@ -133,6 +130,19 @@ class Reader {
   bool isSound() const { return _isSound; }
 
  private:
+  Value dictionary(int depth) {
+    Reader within(text());
+    Dictionary dictionary;
+    std::set<std::string_view> keys;
+    bool isSound = depth < kMostDepth;
+    while (isSound && within.hasMore()) {
+      const std::string_view key = within.text();
+      isSound = keys.insert(key).second;
+      dictionary.add(key, within.value(depth + 1));
+    }
+    _isSound = _isSound && isSound && within._isSound;
+    return dictionary;
+  }
   std::string_view take(uint64_t length) {
     _isSound = _isSound && length <= _bytes.size();
     if (!_isSound) return {};
@@ -189,7 +199,7 @@ std::optional<PreferencesContents> decodedPreferences(const Data& bytes) {
   while (reader.hasMore()) {
     const std::string_view key = reader.text();
     Value value = reader.value(0);
-    if (!contents.empty() && key <= contents.rbegin()->first) return std::nullopt;
+    if (!value || (!contents.empty() && key <= contents.rbegin()->first)) return std::nullopt;
     contents.emplace_hint(contents.end(), key, std::move(value));
   }
   return reader.isSound() ? std::optional(std::move(contents)) : std::nullopt;
