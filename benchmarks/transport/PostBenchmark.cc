@@ -142,13 +142,6 @@ class Batches {
     batch.left = kRequests;
     _connection->suspendSending();
     for (int i = 0; i < kRequests; ++i) {
-      _connection->sendRequest(
-          NVXDASHBlocksRequest::requestWithID(239, _payload, [&batch](utils::JavaDataInput* input) {
-            Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
-            batch.owner->_handlers->post(
-                [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer); });
-            return true;
-          }));
       if (_sendsMessages) {
         _connection->sendRequest(messageRequest(batch));
       } else {
@@ -159,7 +152,7 @@ class Batches {
   }
 
   NVXDASHConnectionRequestRef bareRequest(Batch& batch) {
-    return NVXDASHBlocksRequest::requestWithID(39, _payload, [&batch](utils::JavaDataInput* input) {
+    return NVXDASHBlocksRequest::requestWithID(239, _payload, [&batch](utils::JavaDataInput* input) {
       Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
       batch.owner->_handlers->post(
           [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer.length()); });
@@ -171,7 +164,7 @@ class Batches {
     auto message = NVXx_ZLCResourceRequestProto::message();
     message->setUrl(_url);
     return NVXDASHProtobufferRequest::requestWithID<NVXx_ZLCResourceRequestProto>(
-        39, message, _handlers,
+        239, message, _handlers,
         [&batch](const Ref<NVXx_ZLCResourceRequestProto>& response, const Error& error) {
           require(response && !error, "an answer is no message");
           batch.owner->answered(batch, response->url().size() + 2);
@@ -187,9 +180,8 @@ class Batches {
 
   const NVXDASHConnectionRef _connection;
   const QueueRef _handlers = Queue::serial("bench.handlers");
-  const Data _payload = payload();
   const bool _sendsMessages;
-  const Data _payload = Data::copy(std::string("\0\0\0\x28", 4) + kPayload);
+  const Data _payload = payload();
   const std::string _url = kPayload.substr(2);
   Semaphore _done{0};
   // Of the handlers' queue.
@@ -198,25 +190,14 @@ class Batches {
   int _ended = 0;
 };
 
-void batchOurs(benchmark::State& state) {
+void batchOurs(benchmark::State& state, bool sendsMessages) {
   auto connection = makeConnection();
   connection->fetcherService()->setCallbackQueue(Queue::serial("bench.callbacks"));
-  Batches batches{connection};
-  for (auto _ : state) batches.run();
-  state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
-  require(connection->drain(10), "POSTs are left");
-  connection->fetcherService()->resetSession();
-void batchOurs(benchmark::State& state, bool sendsMessages) {
-  auto service = NVXDASHConnectionImpl::fetcherServiceWithUserAgent(kUserAgent);
-  service->setCallbackQueue(Queue::serial("bench.callbacks"));
-  auto connection = NVXDASHConnection::initWithServerURL(
-      URL::withString(server().url()), NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "bench"}),
-      std::make_shared<NVXDASHClientState>(), service, std::make_shared<NVXSystemClock>());
   Batches batches(connection, sendsMessages);
   for (auto _ : state) batches.run();
   state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
   require(connection->drain(10), "POSTs are left");
-  service->resetSession();
+  connection->fetcherService()->resetSession();
   if (sendsMessages) state.counters["bar"] = 1 / 0.75;
 }
 
