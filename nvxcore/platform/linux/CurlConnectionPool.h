@@ -44,8 +44,8 @@ class CurlConnectionPool final : public SocketClient,
   /// Ends what the handle does and keeps it for the next transfer.
   void giveBack(CURL* handle);
   bool start(CURL* handle) { return curl_multi_add_handle(_multi, handle) == CURLM_OK; }
-  /// A stream of HTTP/2 has ended, or was cut off. libcurl 7.88 may then sit on bytes of others that have come
-  /// behind it on the connection: it is made to look for them a few times, less and less often.
+  /// A stream of HTTP/2 has ended, or was cut off. libcurl 7.88 may then sit on bytes of others that have
+  /// come behind it on the connection: it is made to look for them a few times, less and less often.
   void lookAtOthersAgain();
   /// Sees to it that what the transfer has for its task is told at the end of this turn.
   void tellAtEndOfTurn(std::shared_ptr<CurlTransfer> transfer);
