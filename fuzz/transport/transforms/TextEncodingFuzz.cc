@@ -19,10 +19,9 @@ struct Rules {
   bool pads, ignoresBlanks;
   int shift;
 
-  int valueOf(char c) const {
-    const size_t at = alphabet.find(c);
-    return at == std::string::npos ? -1 : static_cast<int>(at);
-  }
+  int values[128];
+
+  int valueOf(char c) const { return values[static_cast<unsigned char>(c)]; }
 };
 
 Rules make(uint8_t choice) {
@@ -40,6 +39,10 @@ Rules make(uint8_t choice) {
     if (c == 127) rules.alphabet += std::string(1, '\0') + "= ";
   }
   rules.alphabet.resize(size_t{1} << shift);
+  for (int c = 0; c < 128; ++c) {
+    const size_t at = rules.alphabet.find(static_cast<char>(c));
+    rules.values[c] = at == std::string::npos ? -1 : static_cast<int>(at);
+  }
   rules.encoding = NVXx_HTKStringEncoding::initWithString(rules.alphabet);
   NVX_MUST_HOLD(rules.encoding);
   if (shift == 7) rules.pads = rules.ignoresBlanks = false;
@@ -62,6 +65,7 @@ std::pair<int64_t, int64_t> decodePlainly(const Rules& rules, std::string_view t
   for (const char c : text)
     if (c & 0x80) return {kHTKStringEncodingErrorNotASCII, -1};
   std::string bits;
+  bits.reserve(text.size() * 7);
   bool sawPadding = false;
   for (size_t i = 0; i < text.size(); ++i) {
     if (rules.ignoresBlanks && (text[i] == ' ' || text[i] == '\n')) continue;
