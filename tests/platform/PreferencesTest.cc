@@ -184,12 +184,14 @@ TEST_F(PreferencesTest, AStoreThatCannotBeWrittenLosesNothing) {
 }
 
 TEST_F(PreferencesTest, AFileThatCannotBeReadIsNotWrittenOver) {
-  fs::create_directories(file());
+  // A link to itself can't be opened, by root neither, but could well be replaced.
+  fs::create_directories(_folder / "application");
+  fs::create_symlink(file(), file());
   auto store = service()->standardPreferences();
   store->setObject("kept", "key");
   EXPECT_FALSE(store->synchronize());
   EXPECT_EQ(store->stringForKey("key"), "kept");
-  EXPECT_TRUE(fs::is_directory(file()));
+  EXPECT_TRUE(fs::is_symlink(file()));
   fs::remove(file());
   store.reset();  // A last attempt is made for those who leave.
   EXPECT_EQ(service()->standardPreferences()->stringForKey("key"), "kept");

@@ -24,6 +24,7 @@
 #include "nvxcore/platform/Platform.h"
 #include "nvxcore/platform/Queue.h"
 #include "nvxcore/platform/Semaphore.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/NVXTest.h"
 #include "tests/support/PlatformScope.h"
 
@@ -179,6 +180,11 @@ void require(bool holds, const char* what) {
       setLoopbackUp(false);
       require(watch.next() == 0u && elsewhere.next() == 0u && zero() == 0u, "the link is down");
     }
+    // Changes that come while it looks are not lost.
+    for (int i = 0; i < 400; ++i) setLoopbackUp(i % 2 == 1);
+    require(eventually([&] { return watch.target().flags() == kReachabilityFlagReachable; }), "up at last");
+    for (int i = 0; i < 400; ++i) setLoopbackUp(i % 2 == 1 && i < 399);
+    require(eventually([&] { return watch.target().flags() == 0u; }), "down at last");
     watch.target().stopWatching();
     elsewhere.target().stopWatching();
     // The thread ends with the last watch, as the scope asks for.
