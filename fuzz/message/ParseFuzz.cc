@@ -1,4 +1,4 @@
-// Any bytes end in a message or in one of the told failures, whether the message shares them or copies them.
+// Any bytes end in a message or in one of the published failures, whether the message shares them or copies them.
 
 #include "fuzz/message/Classes.h"
 

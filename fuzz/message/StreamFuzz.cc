@@ -1,5 +1,5 @@
 // The stream's readers by themselves, in any order and under any limits; unknown fields as a set of their
-// own; and extensions by their fields. Each ends, well or in one of the told failures.
+// own; and extensions by their fields. Each ends, well or in one of the published failures.
 
 #include <vector>
 

@@ -119,7 +119,7 @@ class NVXCORE_EXPORT NVXx_PBArray {
   const bool _isMutable;
   bool _isOwnBlock = false;  // `_data` comes from the heap, not from the room behind the object
   uint32_t _count = 0;
-  uint32_t _capacity = 0;  // as told
+  uint32_t _capacity = 0;  // as reported
   uint32_t _space = 0;     // elements that fit at `_data`
   const uint32_t _room;    // bytes behind the object
   uint64_t _mutationCount = 0;

@@ -21,9 +21,9 @@ NVXx_PBType NVXx_PBExtensionDescriptor::type() const { return _field.type(); }
 bool NVXx_PBExtensionDescriptor::isRepeated() const { return _field.isRepeated(); }
 bool NVXx_PBExtensionDescriptor::isPackable() const { return _field.isPackable(); }
 bool NVXx_PBExtensionDescriptor::isMessage() const { return _field.isMessage(); }
-const PBClass* NVXx_PBExtensionDescriptor::msgClass() const { return _field.told().messageClass; }
+const PBClass* NVXx_PBExtensionDescriptor::msgClass() const { return _field.record().messageClass; }
 const NVXx_PBEnumDescriptor* NVXx_PBExtensionDescriptor::enumDescriptor() const {
-  return _field.told().enumDescriptor;
+  return _field.record().enumDescriptor;
 }
 
 // The field.

@@ -75,7 +75,7 @@ class NVXCORE_EXPORT NVXx_PBExtensionField {
   const PBClass& containingMessageClass() const { return *_description.extendedClass; }
   const NVXx_PBDescriptor& containingType() const;
   const NVXx_PBExtensionDescriptor& descriptor() const { return _descriptor; }
-  const Description& told() const { return _description; }
+  const Description& record() const { return _description; }
   std::string description() const;
 
   /// Nothing for a repeated extension; a message extension throws NSInternalInconsistencyException.

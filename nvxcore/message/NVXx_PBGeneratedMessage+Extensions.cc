@@ -30,10 +30,10 @@ PBExtensionValue* findIn(std::vector<PBExtensionValue>& values, const NVXx_PBExt
 }  // namespace
 
 void PBMessageAccess::requireExtension(const Message& message, const NVXx_PBExtensionField& field) {
-  if (field.told().extendedClass == message._class) return;
+  if (field.record().extendedClass == message._class) return;
   throw Exception(kInvalidArgumentException, "Extension " + std::string(field.singletonName()) +
                                                  " used on wrong class (" + message._class->name +
-                                                 " instead of " + field.told().extendedClass->name + ")");
+                                                 " instead of " + field.record().extendedClass->name + ")");
 }
 
 PBExtensionValue* PBMessageAccess::findExtension(const Message& message, const NVXx_PBExtensionField& field) {
@@ -97,7 +97,7 @@ NVXx_PBGeneratedMessage& PBMessageAccess::extensionMessage(const Message& messag
   if (const PBExtensionValue* found = findIn(link.autocreatedExtensions, field))
     return *found->value.valueMessage;
   PBValue value;
-  value.valueMessage = create(*field.told().messageClass);
+  value.valueMessage = create(*field.record().messageClass);
   PBSide& childLink = needSide(*value.valueMessage);
   childLink.autocreator = const_cast<Message*>(&message);
   childLink.autocreatorExtension = &field;
@@ -153,7 +153,7 @@ PBValue elementOf(const NVXx_PBExtensionField& field, const PBBoxedValue& value)
   }
   const PBObject& object = value.object();
   if (object.kind() != pbObjectKind(field.type())) throwWrongValue(field, value);
-  if (field.isMessage() && &object.message()->classOfMessage() != field.told().messageClass) {
+  if (field.isMessage() && &object.message()->classOfMessage() != field.record().messageClass) {
     throwWrongValue(field, value);
   }
   PBValue result;

@@ -150,7 +150,7 @@ struct PBEnumEntry {
   uint16_t unused;
 };
 
-/// Options of an extension, as told.
+/// Options of an extension.
 inline constexpr uint16_t PBExtensionRepeated = 0x4;
 inline constexpr uint16_t PBExtensionPacked = 0x8;
 inline constexpr uint16_t PBExtensionMessageSet = 0x10;

@@ -15,7 +15,7 @@ Ref<NVXx_PBMutableArray> arrayOf(PBArrayValueType type) {
   return NVXx_PBMutableArray::arrayWithValueType(type);
 }
 
-TEST_F(ArrayTest, CapacityGrowsAsTold) {
+TEST_F(ArrayTest, CapacityGrowsInItsSteps) {
   auto array = arrayOf(PBArrayValueTypeInt32);
   const std::vector<std::pair<size_t, size_t>> told = {{1, 1},   {2, 32},  {32, 32},
                                                        {33, 64}, {64, 64}, {65, 96}};
@@ -37,7 +37,7 @@ TEST_F(ArrayTest, CapacityGrowsAsTold) {
   EXPECT_EQ(exact->capacity(), 64U);
 }
 
-TEST_F(ArrayTest, WrongTypesAndIndexesAreRefusedInTheToldOrder) {
+TEST_F(ArrayTest, WrongTypesAndIndexesAreRefusedInOrder) {
   auto array = arrayOf(PBArrayValueTypeUInt32);
   array->addUInt32(1);
   const std::string mismatch = "NVXx_PBArrayTypeMismatchException: array value type mismatch (expected '";

@@ -98,7 +98,7 @@ void Parser::skipBlock() {
   size_t open = 0;
   do {
     if (ended()) {
-      if (!std::exchange(_endTold, true)) {
+      if (!std::exchange(_endWasReported, true)) {
         _diagnostics.error(start, "expected \"}\" for this \"{\", found the end of the file");
       }
       return;
@@ -115,7 +115,7 @@ void Parser::statements(const std::function<void()>& statement) {
   while (!accept("}")) {
     if (ended()) {
       // Told for the innermost block only.
-      if (std::exchange(_endTold, true)) throw Failure();
+      if (std::exchange(_endWasReported, true)) throw Failure();
       refuse(start, "expected \"}\" for the block that begins here, found the end of the file");
     }
     if (accept(";")) continue;

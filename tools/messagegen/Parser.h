@@ -75,7 +75,7 @@ class Parser {
   Token _token;
   int _depth = 0;
   bool _sawPackage = false;
-  bool _endTold = false;
+  bool _endWasReported = false;
 };
 
 }  // namespace nvxcore::messagegen

@@ -59,7 +59,7 @@ struct PBArrayAccess {
   static T* room(MutableArray& array, uint32_t count) {
     if (array._delegate || array._space - array._count < count) [[unlikely]]
       return static_cast<T*>(grow(array, count));
-    if (array._count + count > array._capacity) array._capacity = toldCapacity(array, array._count + count);
+    if (array._count + count > array._capacity) array._capacity = reportedCapacity(array, array._count + count);
     return static_cast<T*>(array._data) + array._count;
   }
   static void added(MutableArray& array, uint32_t count) {
@@ -73,7 +73,7 @@ struct PBArrayAccess {
     return static_cast<char*>(array._data) + size_t{array._count} * pbElementSize(array.valueType());
   }
   static void addedOneByOne(MutableArray& array, uint32_t count) {
-    array._capacity = toldCapacity(array, uint64_t{array._count} + count);
+    array._capacity = reportedCapacity(array, uint64_t{array._count} + count);
     array._count += count;
     array._mutationCount += count;
   }
@@ -88,8 +88,8 @@ struct PBArrayAccess {
     *room<T>(array, 1) = value;
     added(array, 1);
   }
-  /// The told capacity once elements were added one by one up to `needed`.
-  static uint32_t toldCapacity(const Array& array, uint64_t needed) {
+  /// The reported capacity once elements were added one by one up to `needed`.
+  static uint32_t reportedCapacity(const Array& array, uint64_t needed) {
     uint64_t capacity = array._capacity;
     if (!capacity) capacity = 1;
     if (needed <= capacity) return static_cast<uint32_t>(capacity);

@@ -138,7 +138,7 @@ void PBParser::addExtensionElement(Message& message, NVXx_PBExtensionField& fiel
         PBArrayAccess::add<uint64_t>(array, value.valueUInt64);
     }
   } else if (field.isMessage()) {
-    Guard made(*this, create(*field.told().messageClass, 0));
+    Guard made(*this, create(*field.record().messageClass, 0));
     readExtensionMessage(field, *made, true);
     Array& array = Access::extensionArray(message, field);
     *PBArrayAccess::room<void*>(array, 1) = &*made;
@@ -161,7 +161,7 @@ void PBParser::extensionMessage(Message& message, NVXx_PBExtensionField& field) 
     return readExtensionMessage(field, *existing, false);
   }
   flushPins();
-  Guard made(*this, existing ? Access::copy(*existing) : create(*field.told().messageClass, 0));
+  Guard made(*this, existing ? Access::copy(*existing) : create(*field.record().messageClass, 0));
   readExtensionMessage(field, *made, !existing);
   flushPins();
   PBValue value;

@@ -165,7 +165,7 @@ HTTPTask::Next HTTPTask::next() const {
   if (_writing.unreported) return Next::Writing;
   if (!_isDownload && !_body.empty()) return Next::Data;
   if (!_outcome || (_needsClosing && !_fileIsClosed)) return Next::Nothing;
-  return _isDownload && !*_outcome && !_downloadIsTold ? Next::Downloaded : Next::Completion;
+  return _isDownload && !*_outcome && !_downloadWasDelivered ? Next::Downloaded : Next::Completion;
 }
 
 bool HTTPTask::takeEvent(Event& event) {
@@ -193,7 +193,7 @@ bool HTTPTask::takeEvent(Event& event) {
       event = _body.take();
       return true;
     case Next::Downloaded:
-      _downloadIsTold = true;
+      _downloadWasDelivered = true;
       event = Downloaded();
       return true;
     case Next::Completion:

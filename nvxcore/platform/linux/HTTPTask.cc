@@ -80,7 +80,7 @@ void HTTPTask::cancel(std::function<void(Data)> resumeDataHandler) {
   bool wasSuspended;
   {
     Lock lock(_lock);
-    if (_isCancelled || _downloadIsTold || _state == TaskState::Completed) {
+    if (_isCancelled || _downloadWasDelivered || _state == TaskState::Completed) {
       // Too late; the handler is owed its call all the same.
       if (resumeDataHandler) Queue::global()->post([handler = std::move(resumeDataHandler)] { handler({}); });
       return;

@@ -210,7 +210,7 @@ class HTTPTask final : public HTTPSessionTask, public std::enable_shared_from_th
   bool _fileWorkIsPosted NVX_GUARDED_BY(_lock) = false;
   bool _needsClosing NVX_GUARDED_BY(_lock);  ///< Before the end is told.
   bool _fileIsClosed NVX_GUARDED_BY(_lock) = false;
-  bool _downloadIsTold NVX_GUARDED_BY(_lock) = false;
+  bool _downloadWasDelivered NVX_GUARDED_BY(_lock) = false;
   DownloadFile _file;
 };
 

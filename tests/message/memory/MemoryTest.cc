@@ -39,6 +39,8 @@ std::string nested(std::string inner, int levels) {
 struct Shape {
   const char* name;
   std::string (*make)(size_t size);
+
+  friend void PrintTo(const Shape& shape, std::ostream* out) { *out << shape.name; }
 };
 
 const Shape kShapes[] = {

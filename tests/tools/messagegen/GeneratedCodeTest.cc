@@ -103,10 +103,10 @@ TEST_F(GeneratedCodeTest, SaysTheSameAsTheTablesWrittenByHand) {
       ++count;
       EXPECT_EQ(a->singletonName(), std::string(b->singletonName()));
       EXPECT_EQ(a->type(), b->type());
-      EXPECT_EQ(a->told().options & 0x1C, b->told().options & 0x1C);
-      EXPECT_EQ(a->told().defaultValue.valueUInt64, b->told().defaultValue.valueUInt64);
-      EXPECT_EQ(a->told().defaultBytes, b->told().defaultBytes);
-      EXPECT_EQ(a->told().messageClass != nullptr, b->told().messageClass != nullptr);
+      EXPECT_EQ(a->record().options & 0x1C, b->record().options & 0x1C);
+      EXPECT_EQ(a->record().defaultValue.valueUInt64, b->record().defaultValue.valueUInt64);
+      EXPECT_EQ(a->record().defaultBytes, b->record().defaultBytes);
+      EXPECT_EQ(a->record().messageClass != nullptr, b->record().messageClass != nullptr);
     }
   };
   compare(generated::NVXx_EXExtendable::descriptor(), NVXx_EXExtendable::descriptor());
@@ -202,7 +202,7 @@ TEST_F(GeneratedCodeTest, CarriesArrays) {
   EXPECT_EQ(generated::NVXx_EXRepeated::parseFromData(other->data())->textArray().stringAtIndex(1), "b");
 }
 
-TEST_F(GeneratedCodeTest, HasTheToldDefaults) {
+TEST_F(GeneratedCodeTest, HasItsDefaults) {
   const auto message = EVREverything::message();
   EXPECT_TRUE(message->flag());
   EXPECT_EQ(message->openglEs1X(), UINT64_MAX);
