@@ -59,7 +59,8 @@ struct PBArrayAccess {
   static T* room(MutableArray& array, uint32_t count) {
     if (array._delegate || array._space - array._count < count) [[unlikely]]
       return static_cast<T*>(grow(array, count));
-    if (array._count + count > array._capacity) array._capacity = reportedCapacity(array, array._count + count);
+    if (array._count + count > array._capacity)
+      array._capacity = reportedCapacity(array, array._count + count);
     return static_cast<T*>(array._data) + array._count;
   }
   static void added(MutableArray& array, uint32_t count) {
