@@ -1,10 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <random>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "nvxcore/connection/NVXDASHConnectionImpl.h"
@@ -57,6 +61,26 @@ inline std::set<uint64_t> brokenConnections(const std::vector<geoserver::Exchang
     }
   }
   return broken;
+}
+
+/// Hands the numbers of `total` requests out in batches of seeded sizes, 21.5 on average, each to be a POST
+/// of its own, on a few threads; ends early where `sendBatch(first, end)` answers false.
+inline void sendInBatches(size_t total, uint64_t seed, const std::function<bool(size_t, size_t)>& sendBatch) {
+  constexpr size_t kSenders = 4;
+  constexpr size_t kLongestBatch = 42;
+  std::atomic<size_t> next{0};
+  std::vector<std::thread> senders;
+  for (size_t sender = 0; sender < kSenders; ++sender) {
+    senders.emplace_back([&, sender] {
+      std::mt19937_64 random(seed + sender);
+      for (;;) {
+        const size_t length = 1 + random() % kLongestBatch;
+        const size_t first = next.fetch_add(length);
+        if (first >= total || !sendBatch(first, std::min(first + length, total))) return;
+      }
+    });
+  }
+  for (std::thread& sender : senders) sender.join();
 }
 
 /// A service for that server, which trusts its certificate.

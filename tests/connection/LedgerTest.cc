@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <memory>
-#include <random>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/connection/ConnectionHarness.h"
@@ -27,11 +24,8 @@ using geoserver::Exchange;
 
 class LedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCase> {
  protected:
-  static constexpr size_t kSenders = 4;
-  static constexpr size_t kLongestBatch = 49;
-
-  std::shared_ptr<NVXDASHBlocksRequest> request(Ledger& ledger, size_t number,
-                                                std::shared_ptr<Semaphore> done) {
+  static std::shared_ptr<NVXDASHBlocksRequest> request(Ledger& ledger, size_t number,
+                                                       std::shared_ptr<Semaphore> done) {
     const std::string text = std::to_string(number) + std::string(number % 97, '.');
     auto request = NVXDASHBlocksRequest::requestWithID(
         static_cast<int32_t>(1000 + number % 50000),
@@ -57,33 +51,20 @@ class LedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCa
     return request;
   }
 
-  /// Sends all requests in batches of seeded sizes, each a POST of its own, over a few threads.
-  void sendAll(NVXDASHConnectionImpl& connection, Ledger& ledger) {
-    std::atomic<size_t> next{0};
-    std::vector<std::thread> senders;
-    for (size_t sender = 0; sender < kSenders; ++sender) {
-      senders.emplace_back([&, sender] {
-        std::mt19937_64 random(1234 + sender);
-        auto done = std::make_shared<Semaphore>(0);
-        for (;;) {
-          const size_t length = 1 + random() % (kLongestBatch * 6 / 7);
-          const size_t first = next.fetch_add(length);
-          if (first >= ledger.size()) return;
-          const size_t end = std::min(first + length, ledger.size());
-          connection.startNewBatch();
-          for (size_t number = first; number < end; ++number) {
-            connection.sendRequest(request(ledger, number, done));
-          }
-          for (size_t number = first; number < end; ++number) {
-            if (!done->wait(kPatience)) {
-              ADD_FAILURE() << "no outcome within " << kPatience << " s";
-              return;
-            }
-          }
-        }
-      });
-    }
-    for (std::thread& sender : senders) sender.join();
+  static void sendAll(NVXDASHConnectionImpl& connection, Ledger& ledger) {
+    sendInBatches(ledger.size(), 1234, [&](size_t first, size_t end) {
+      auto done = std::make_shared<Semaphore>(0);
+      connection.startNewBatch();
+      for (size_t number = first; number < end; ++number) {
+        connection.sendRequest(request(ledger, number, done));
+      }
+      for (size_t number = first; number < end; ++number) {
+        if (done->wait(kPatience)) continue;
+        ADD_FAILURE() << "no outcome within " << kPatience << " s";
+        return false;
+      }
+      return true;
+    });
   }
 
   /// Holds the client's ledger against the server's record.

@@ -8,10 +8,8 @@
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <random>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "nvxcore/connection/NVXDASHProtobufferRequest.h"
@@ -33,7 +31,6 @@ using Message = NVXx_ZLCResourceRequestProto;
 
 class MessageLedgerTest : public NVXTest, public ::testing::WithParamInterface<LedgerCase> {
  protected:
-  static constexpr size_t kSenders = 4;
   static constexpr uint16_t kFirstID = 500;
 
   // What becomes of a request is a matter of its number.
@@ -60,51 +57,23 @@ class MessageLedgerTest : public NVXTest, public ::testing::WithParamInterface<L
   }
 
   void sendAll(NVXDASHConnectionImpl& connection, Ledger& ledger) {
-    std::atomic<size_t> next{0};
-    std::vector<std::thread> senders;
-    for (size_t sender = 0; sender < kSenders; ++sender) {
-      senders.emplace_back([&, sender] {
-        std::mt19937_64 random(4321 + sender);
-        auto done = std::make_shared<Semaphore>(0);
-        for (;;) {
-          const size_t length = 1 + random() % 42;
-          const size_t first = next.fetch_add(length);
-          if (first >= ledger.size()) return;
-          const size_t end = std::min(first + length, ledger.size());
-          connection.startNewBatch();
-          for (size_t number = first; number < end; ++number) {
-            const auto sent =
-                request(ledger, number, isAbandoned(number) ? std::make_shared<Semaphore>(0) : done);
-            connection.sendRequest(sent);
-            if (!isAbandoned(number)) continue;
-            handlers->post([this, sent, number] {
-              sent->abandon();
-              _wasAbandoned[number] = true;
-            });
-          }
-          for (size_t number = first; number < end; ++number) {
-            if (!isAbandoned(number) && !waitForOutcome(connection, *done)) return;
-          }
-        }
-      });
-    }
-    for (std::thread& sender : senders) sender.join();
-  }
-
-  /// What is held back behind a POST that failed unread goes with the next request.
-  static NVXDASHConnectionRequestRef nudge() {
-    return NVXDASHBlocksRequest::requestWithID(
-        501, Data::copy(std::string(4, '\0')),
-        [](utils::JavaDataInput* input) { return input->ReadInt() == 0; });
-  }
-  static bool waitForOutcome(NVXDASHConnectionImpl& connection, Semaphore& done) {
-    constexpr TimeInterval kTurn = 2.0;
-    for (TimeInterval waited = 0; waited < kPatience; waited += kTurn) {
-      if (done.wait(kTurn)) return true;
-      connection.sendRequest(nudge());
-    }
-    ADD_FAILURE() << "no outcome within " << kPatience << " s";
-    return false;
+    sendInBatches(ledger.size(), 4321, [&](size_t first, size_t end) {
+      auto done = std::make_shared<Semaphore>(0), unheard = std::make_shared<Semaphore>(0);
+      connection.startNewBatch();
+      for (size_t number = first; number < end; ++number) {
+        const auto sent = request(ledger, number, isAbandoned(number) ? unheard : done);
+        connection.sendRequest(sent);
+        if (!isAbandoned(number)) continue;
+        handlers->post([this, sent, number] {
+          sent->abandon();
+          _wasAbandoned[number] = true;
+        });
+      }
+      for (size_t number = first; number < end; ++number) {
+        if (!isAbandoned(number) && !waitForOutcome(connection, *done)) return false;
+      }
+      return true;
+    });
   }
 
   /// Where a request was last sent, and how often.
