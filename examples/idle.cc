@@ -30,7 +30,7 @@ int main() {
   print("before first use");
   auto connection = NVXDASHConnection::initWithServerURL(
       URL::withString("http://127.0.0.1:1/"),
-      NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "idle"}),
+      NVXDASHClientDescription::initWithLanguages({"en"}, 0, "idle", "1.0"),
       std::make_shared<NVXDASHClientState>(), NVXDASHConnectionImpl::fetcherServiceWithUserAgent("idle/1"),
       std::make_shared<NVXSystemClock>());
   print("with a connection");

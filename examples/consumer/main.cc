@@ -14,7 +14,7 @@ int main() {
   using namespace nvxcore;
   auto connection = NVXDASHConnection::initWithServerURL(
       URL::withString("http://127.0.0.1:1/"),
-      NVXDASHClientDescription::withParts({"en", "linux:x", "1.0", "consumer"}),
+      NVXDASHClientDescription::initWithLanguages({"en"}, 0, "consumer", "1.0"),
       std::make_shared<NVXDASHClientState>(),
       NVXDASHConnectionImpl::fetcherServiceWithUserAgent(
           NVXDASHConnectionImpl::userAgentForBundle(nullptr, "")),

@@ -16,6 +16,8 @@ class DeviceFacts;
 class HTTPSessionService;
 class MainLoop;
 class NotificationCenter;
+class PreferencesService;
+class Reachability;
 class Threading;
 
 /// The seams to the platform. What a host leaves empty is the real implementation for this system, so that a
@@ -29,6 +31,8 @@ struct NVXCORE_EXPORT Platform {
   std::shared_ptr<ApplicationFacts> application = nullptr;
   std::shared_ptr<DeviceFacts> device = nullptr;
   std::shared_ptr<ConsoleSink> console = nullptr;
+  std::shared_ptr<PreferencesService> preferences = nullptr;
+  std::shared_ptr<Reachability> reachability = nullptr;
 
   /// Replaces the seams that are set in `platform`. Only before the first use of the library; false, and
   /// nothing changed, after it. Any thread.
@@ -56,7 +60,8 @@ struct RuntimeSnapshot {
 
 /// Any thread.
 NVXCORE_EXPORT RuntimeSnapshot takeRuntimeSnapshot();
-/// The most threads that the library may have at one time, the HTTP service's and its resolvers' included.
+/// The most threads that the library may have at one time, those of the HTTP service, its resolvers and the
+/// reachability included.
 NVXCORE_EXPORT size_t maximumThreadCount();
 
 }  // namespace nvxcore

@@ -1,6 +1,7 @@
 #include "nvxcore/platform/Value.h"
 #include "nvxcore/platform/internal/Pooled.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <utility>
@@ -102,6 +103,17 @@ int64_t Value::integerValue() const {
     return number;
   }
   return 0;
+}
+
+uint64_t Value::unsignedIntegerValue() const {
+  if (auto* value = std::get_if<uint64_t>(&_value)) return *value;
+  if (kind() == Kind::Signed || kind() == Kind::Bool) {
+    return static_cast<uint64_t>(std::max<int64_t>(integerValue(), 0));
+  }
+  const double value = doubleValue();
+  if (!(value > 0)) return 0;
+  return value >= 18446744073709551615.0 ? std::numeric_limits<uint64_t>::max()
+                                         : static_cast<uint64_t>(value);
 }
 
 double Value::doubleValue() const {

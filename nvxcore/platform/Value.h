@@ -48,7 +48,23 @@ class NVXCORE_EXPORT Value {
     return value;
   }
 
-  explicit operator bool() const { return !std::holds_alternative<std::monostate>(_value); }
+  /// What a value holds. A number keeps the kind that it was made with.
+  enum class Kind {
+    Nothing,
+    Bool,
+    Signed,
+    Unsigned,
+    Double,
+    String,
+    Date,
+    Data,
+    URL,
+    Error,
+    Dictionary,
+    Object
+  };
+  Kind kind() const { return static_cast<Kind>(_value.index()); }
+  explicit operator bool() const { return kind() != Kind::Nothing; }
 
   /// The truth of a bool or a number, or of a string that begins with Y, y, T, t or a digit from 1 to 9; else
   /// false.
@@ -56,6 +72,8 @@ class NVXCORE_EXPORT Value {
   /// A number as an integer, cut toward zero and at the ends of the range; the leading integer of a string;
   /// else 0.
   int64_t integerValue() const;
+  /// As `integerValue`, up to the largest unsigned number; a negative one is 0.
+  uint64_t unsignedIntegerValue() const;
   double doubleValue() const;
   /// As text: a string as it stands, a bool as 1 or 0, a number in decimal, a URL and an error as they tell
   /// it, bytes as hexadecimal in angle brackets; "(null)" for nothing. The same in every locale.

@@ -10,6 +10,7 @@
 
 #include "nvxcore/platform/internal/Executors.h"
 #include "nvxcore/platform/internal/PlatformRuntime.h"
+#include "tests/support/InMemoryPreferences.h"
 #include "tests/support/SteppedThreading.h"
 
 namespace nvxcore::testing {
@@ -38,11 +39,16 @@ class Flag {
   bool _set = false;
 };
 
+Platform withOwnPreferences(Platform platform) {
+  if (!platform.preferences) platform.preferences = std::make_shared<InMemoryPreferencesService>();
+  return platform;
+}
+
 }  // namespace
 
 PlatformScope::PlatformScope(Platform platform)
     : _stepped(std::dynamic_pointer_cast<SteppedThreading>(platform.threading)),
-      _runtime(std::make_unique<PlatformRuntime>(std::move(platform))),
+      _runtime(std::make_unique<PlatformRuntime>(withOwnPreferences(std::move(platform)))),
       _before(PlatformRuntime::exchange(_runtime.get())) {}
 
 PlatformScope::~PlatformScope() {

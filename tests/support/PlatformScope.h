@@ -13,7 +13,8 @@ namespace nvxcore::testing {
 
 class SteppedThreading;
 
-/// Puts a platform of its own in force for a test: what `platform` leaves empty is the real implementation.
+/// Puts a platform of its own in force for a test: what `platform` leaves empty is the real implementation,
+/// but for preferences, which then end with the scope.
 /// At its end all queues are drained, delayed tasks that are not due are dropped, and all threads are ended.
 /// The test fails if a queue is not drained within ten seconds, or a thread is left; the platform then stays
 /// in memory.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "nvxcore/platform/HTTPSession.h"
+#include "nvxcore/platform/Reachability.h"
 #include "nvxcore/platform/internal/ConcurrentQueue.h"
 #include "nvxcore/platform/internal/Executors.h"
 #include "nvxcore/platform/internal/MainQueue.h"
@@ -76,6 +77,8 @@ bool PlatformRuntime::choose(Platform platform) {
   replaceIfSet(chosen.application, platform.application);
   replaceIfSet(chosen.device, platform.device);
   replaceIfSet(chosen.console, platform.console);
+  replaceIfSet(chosen.preferences, platform.preferences);
+  replaceIfSet(chosen.reachability, platform.reachability);
   return true;
 }
 
@@ -109,7 +112,8 @@ RuntimeSnapshot PlatformRuntime::snapshot() const {
 size_t PlatformRuntime::maximumThreadCount() const {
   constexpr size_t kMainLoopAndTimers = 2;
   return kMainLoopAndTimers + _executors->workers.mostWorkers() +
-         (_platform.httpSessionService ? _platform.httpSessionService->maximumThreadCount() : 0);
+         (_platform.httpSessionService ? _platform.httpSessionService->maximumThreadCount() : 0) +
+         _platform.reachability->maximumThreadCount();
 }
 
 bool PlatformRuntime::atRest() const {

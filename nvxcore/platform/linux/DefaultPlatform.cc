@@ -2,8 +2,11 @@
 
 #include <memory>
 
+#include "nvxcore/platform/ApplicationFacts.h"
 #include "nvxcore/platform/NotificationCenter.h"
+#include "nvxcore/platform/Preferences.h"
 #include "nvxcore/platform/linux/MakeHTTPSessionService.h"
+#include "nvxcore/platform/linux/NetlinkReachability.h"
 #include "nvxcore/platform/linux/PosixThreading.h"
 #include "nvxcore/platform/linux/ProcessFacts.h"
 #include "nvxcore/platform/linux/StandardErrorConsole.h"
@@ -19,6 +22,10 @@ Platform completedPlatform(Platform platform) {
   if (!platform.application) platform.application = applicationFactsOfProcess();
   if (!platform.device) platform.device = deviceFactsOfSystem();
   if (!platform.console) platform.console = std::make_shared<StandardErrorConsole>();
+  if (!platform.preferences) {
+    platform.preferences = preferencesInFolders(defaultPreferencesFolders(*platform.application));
+  }
+  if (!platform.reachability) platform.reachability = std::make_shared<NetlinkReachability>();
   return platform;
 }
 

@@ -1,9 +1,11 @@
 #include "nvxcore/platform/linux/ProcessFacts.h"
 
 #include <limits.h>
+#include <net/if.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <memory>
 #include <utility>
 
 namespace nvxcore {
@@ -18,6 +20,13 @@ class SystemFacts final : public DeviceFacts {
   std::string model() const override { return "Linux"; }
   std::string systemVersion() const override { return _system.release; }
   std::string machine() const override { return _system.machine; }
+  std::vector<std::string> networkInterfaceNames() const override {
+    std::vector<std::string> names;
+    const std::unique_ptr<struct if_nameindex[], decltype(&::if_freenameindex)> interfaces(
+        ::if_nameindex(), ::if_freenameindex);
+    for (size_t i = 0; interfaces && interfaces[i].if_name; ++i) names.emplace_back(interfaces[i].if_name);
+    return names;
+  }
 
  private:
   utsname _system;
