@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "nvxcore/connection/NVXDASHClientDescription.h"
 #include "nvxcore/connection/NVXDASHClientState.h"
@@ -16,6 +18,7 @@ namespace nvxcore {
 
 class NVXDASHConnectionImpl;
 class NVXx_HTKSessionFetcherService;
+class NVXx_PBMutableArray;
 
 /// Notifications with a connection as object: the first on the main thread as a POST starts, the second on
 /// the thread that has changed the URL.
@@ -65,8 +68,15 @@ class NVXCORE_EXPORT NVXDASHConnection {
   virtual void setServerURL(const URL& serverURL) = 0;
   virtual NVXDASHClientDescriptionRef clientDescription() = 0;
   virtual NVXDASHClientStateRef clientState() = 0;
+  /// Country whose law holds, in upper case: the one that the server told, else the SIM's. Empty when neither
+  /// is known.
+  virtual std::string legalCountry() = 0;
   virtual bool hasLocationFix() = 0;
   virtual void setHasLocationFix(bool hasFix) = 0;
+  /// Claims about where the device is, which each POST carries. Requests sent after a change go in POSTs of
+  /// their own. The descriptors are not to be changed once they were handed over.
+  virtual std::vector<Ref<NVXx_LOCULocationDescriptor>> locationDescriptors() = 0;
+  virtual void setLocationDescriptors(std::vector<Ref<NVXx_LOCULocationDescriptor>> descriptors) = 0;
   /// Requests in groups that no POST has taken yet.
   virtual size_t pendingRequestCount() = 0;
   virtual size_t pendingEnqueueCount() = 0;
@@ -74,9 +84,13 @@ class NVXCORE_EXPORT NVXDASHConnection {
   virtual size_t numberOfBatchesInSuspension() = 0;
   virtual int32_t navUsage() = 0;
   virtual void setNavUsage(int32_t usage) = 0;
+  /// Numbers of experiments that the client takes part in, an array of int32. Set and answered as copies;
+  /// null is none.
+  virtual Ref<NVXx_PBMutableArray> experimentIDs() = 0;
+  virtual void setExperimentIDs(const NVXx_PBMutableArray* experimentIDs) = 0;
   virtual bool voiceSearchEnabled() = 0;
   virtual void setVoiceSearchEnabled(bool enabled) = 0;
-  /// When set, POSTs carry no user cookie.
+  /// When set, POSTs carry no user cookie, no location and no more of the client than the server needs.
   virtual bool suppressUserState() = 0;
   virtual void setSuppressUserState(bool suppress) = 0;
 };

@@ -56,6 +56,10 @@ void NVXDASHConnectionImpl::internalStartConnectionWithGroupID(const NVXDASHRequ
   urlRequest.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalCacheData;
   urlRequest.headers.set("Content-Type", kContentType);
   urlRequest.timeoutInterval = NVXx_kDASHRequestDefaultHTTPTimeoutSeconds;
+  if (!asConnectionCheck && !_suppressUserState) {
+    const std::string location = xGeoHeaderValueForGroupID(groupID);
+    if (!location.empty()) urlRequest.headers.set("X-Geo", location);
+  }
   std::shared_ptr<NVXx_HTKSessionFetcherService> service;
   {
     Lock lock(_lock);
@@ -93,9 +97,14 @@ void NVXDASHConnectionImpl::internalStartConnectionWithGroupID(const NVXDASHRequ
 Data NVXDASHConnectionImpl::buildServerPayloadForRequests(
     std::vector<NVXDASHConnectionRequestRef>& requests) {
   const NVXDASHConnectionRef self = shared_from_this();
+  // Read once, so that one body is of one mind.
+  const bool suppressesUserState = _suppressUserState;
+  const uint64_t userCookie = suppressesUserState ? 0 : _clientState->userCookie();
+  requests.insert(requests.begin(), clientPropertiesRequest(suppressesUserState));
+  if (!suppressesUserState && userCookie == 0) requests.insert(requests.begin(), userCookieRequest());
   utils::JavaDataOutput output(kExpectedPayloadLength);
   output.WriteShort(kProtocolVersion);
-  output.WriteLong(_suppressUserState ? 0 : static_cast<int64_t>(_clientState->userCookie()));
+  output.WriteLong(static_cast<int64_t>(userCookie));
   output.WriteUTF(_clientDescription->firstLanguage());
   output.WriteUTF(_clientDescription->platformID());
   output.WriteUTF(_clientDescription->softwareVersion());
@@ -139,7 +148,10 @@ void NVXDASHConnectionImpl::readReply(const Post& post, utils::JavaDataInput* in
   post.body->releaseRequests();
   if (!error && !input->IsAtEnd()) softReport("%s", "Failed to read all the data in non error case");
   _incomingCount += static_cast<int64_t>(input->BytesConsumed());
-  if (!post.isConnectionCheck) --_numInProgressConnections;
+  if (!post.isConnectionCheck) {
+    --_numInProgressConnections;
+    if (post.body->wasFramed()) startWhatStillWaitsForCookies();
+  }
   _lastRequestCompletedTime = _timingClock->currentTimeMillis();
 }
 

@@ -7,6 +7,8 @@
 #include "nvxcore/connection/internal/NVXDASHConnectionTaskID.h"
 #include "nvxcore/foundation/base/NVXErrors.h"
 #include "nvxcore/foundation/base/NVXQueues.h"
+#include "nvxcore/foundation/device/NVXDeviceCellularInfo.h"
+#include "nvxcore/message/schema/location_descriptor.pb.h"
 #include "nvxcore/platform/BackgroundTasks.h"
 #include "nvxcore/platform/MainLoop.h"
 #include "nvxcore/platform/NotificationCenter.h"
@@ -23,9 +25,11 @@ std::shared_ptr<NVXDASHConnectionImpl> NVXDASHConnection::initWithServerURL(
     std::shared_ptr<NVXx_HTKSessionFetcherService> fetcherService,
     std::shared_ptr<NVXTimingClock> timingClock) {
   if (!serverURL || !clientDescription || !clientState || !fetcherService || !timingClock) return nullptr;
-  return std::shared_ptr<NVXDASHConnectionImpl>(
+  std::shared_ptr<NVXDASHConnectionImpl> connection(
       new NVXDASHConnectionImpl(serverURL, std::move(clientDescription), std::move(clientState),
                                 std::move(fetcherService), std::move(timingClock)));
+  connection->updateWaitingForCookies();
+  return connection;
 }
 
 NVXDASHConnectionImpl::NVXDASHConnectionImpl(const URL& serverURL,
@@ -42,6 +46,10 @@ NVXDASHConnectionImpl::NVXDASHConnectionImpl(const URL& serverURL,
   _serverURL = serverURL;
   _fetcherService = std::move(fetcherService);
   _defaultXGeoVersion = issueNewXGeoVersion();
+  _hasCellularVoice = NVXDeviceCellularInfo::supportsVoice();
+  _hasCellularData = NVXDeviceCellularInfo::supportsData();
+  _websafeBase64Encoder = NVXx_HTKStringEncoding::rfc4648Base64WebsafeStringEncoding();
+  _websafeBase64Encoder->setDoPad(false);
 }
 
 NVXDASHConnectionImpl::~NVXDASHConnectionImpl() {
@@ -76,7 +84,8 @@ void NVXDASHConnectionImpl::sendRequest(const NVXDASHConnectionRequestRef& reque
 
 void NVXDASHConnectionImpl::fileRequest(const NVXDASHConnectionRequestRef& request) {
   // A version of its own gives a request a group, and so a POST, of its own.
-  const int64_t version = request->allowsCellularAccess() ? _defaultXGeoVersion : issueNewXGeoVersion();
+  const bool isAlone = !request->allowsCellularAccess() || request->hasLocationDescriptorOverrides();
+  const int64_t version = isAlone ? issueNewXGeoVersion() : _defaultXGeoVersion;
   const AuthorizerRef authorizer = request->authorizer();
   if (NVXDASHRequestGroup* group = requestGroupFor(authorizer, version)) {
     group->requests.push_back(request);

@@ -9,13 +9,16 @@
 
 #include "nvxcore/connection/NVXDASHConnection.h"
 #include "nvxcore/connection/NVXDASHRequestGroup.h"
+#include "nvxcore/message/NVXx_PBArray.h"
 #include "nvxcore/platform/ApplicationFacts.h"
 #include "nvxcore/platform/Mutex.h"
 #include "nvxcore/platform/Queue.h"
+#include "nvxcore/transport/transforms/NVXx_HTKStringEncoding.h"
 
 namespace nvxcore {
 
 class NVXDASHStreamingCompletionContext;
+class NVXx_ZLCClientPropertiesRequestProto;
 
 /// What a connection holds, at one moment.
 struct NVXDASHConnectionSnapshot {
@@ -54,13 +57,18 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
   void setServerURL(const URL& serverURL) override;
   NVXDASHClientDescriptionRef clientDescription() override { return _clientDescription; }
   NVXDASHClientStateRef clientState() override { return _clientState; }
+  std::string legalCountry() override;
   bool hasLocationFix() override { return _hasLocationFix; }
   void setHasLocationFix(bool hasFix) override { _hasLocationFix = hasFix; }
+  std::vector<Ref<NVXx_LOCULocationDescriptor>> locationDescriptors() override;
+  void setLocationDescriptors(std::vector<Ref<NVXx_LOCULocationDescriptor>> descriptors) override;
   size_t pendingRequestCount() override;
   size_t pendingEnqueueCount() override;
   size_t numberOfBatchesInSuspension() override;
   int32_t navUsage() override { return _navUsage; }
   void setNavUsage(int32_t usage) override { _navUsage = usage; }
+  Ref<NVXx_PBMutableArray> experimentIDs() override;
+  void setExperimentIDs(const NVXx_PBMutableArray* experimentIDs) override;
   bool voiceSearchEnabled() override { return _voiceSearchEnabled; }
   void setVoiceSearchEnabled(bool enabled) override { _voiceSearchEnabled = enabled; }
   bool suppressUserState() override { return _suppressUserState; }
@@ -77,6 +85,8 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
   void getOutgoingByteCount(int64_t* outgoing, int64_t* incoming);
   /// POSTs decided on and not ended.
   int64_t numberOfConnectionsInProgress() { return _numInProgressConnections; }
+  /// While a part of the client's identity is missing, which the next answer is to bring. One POST at a time
+  /// is in the air meanwhile.
   bool isWaitingForCookies();
   size_t batchSize() const { return _batchSize; }
   int64_t lastRequestCompletedTime() { return _lastRequestCompletedTime; }
@@ -98,7 +108,8 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
   // For the body of a POST.
   std::vector<NVXDASHConnectionRequestRef> requestsForStreamingBodyForGroupID(
       const NVXDASHRequestGroupIDRef& groupID);
-  /// Frames the requests, and adds the bytes to the outgoing count. Lets through what a request throws.
+  /// Puts the connection's own requests ahead of the others, frames them all, and adds the bytes to the
+  /// outgoing count. Lets through what a request throws.
   Data buildServerPayloadForRequests(std::vector<NVXDASHConnectionRequestRef>& requests);
 
  private:
@@ -115,6 +126,14 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
       NVX_REQUIRES(_lock);
   NVXDASHRequestGroup* requestGroupForID(const NVXDASHRequestGroupID& groupID) NVX_REQUIRES(_lock);
   void startConnectionsIfNeeded();
+  void updateWaitingForCookies();
+  void startWhatStillWaitsForCookies();
+  std::string xGeoHeaderValueForGroupID(const NVXDASHRequestGroupIDRef& groupID);
+  std::string XGeoHeaderValueFromLocationDescriptors(
+      const std::vector<Ref<NVXx_LOCULocationDescriptor>>& descriptors) NVX_REQUIRES(_lock);
+  NVXDASHConnectionRequestRef userCookieRequest();
+  NVXDASHConnectionRequestRef clientPropertiesRequest(bool suppressingUserState);
+  Ref<NVXx_ZLCClientPropertiesRequestProto> clientPropertiesProtoSuppressingUserState(bool suppress);
   void startConnection(const NVXDASHRequestGroupIDRef& groupID);
   void internalStartConnectionWithGroupID(const NVXDASHRequestGroupIDRef& groupID, bool asConnectionCheck,
                                           std::function<void(bool)> serverCallback);
@@ -142,6 +161,11 @@ class NVXCORE_EXPORT NVXDASHConnectionImpl : public NVXDASHConnection,
   std::atomic<int64_t> _numInProgressConnections{0};
   int64_t _defaultXGeoVersion NVX_GUARDED_BY(_lock) = 0;
   int64_t _nextXGeoVersion NVX_GUARDED_BY(_lock) = 0;
+  Ref<NVXx_PBMutableArray> _experimentIDs NVX_GUARDED_BY(_lock);
+  std::vector<Ref<NVXx_LOCULocationDescriptor>> _locationDescriptors NVX_GUARDED_BY(_lock);
+  std::shared_ptr<NVXx_HTKStringEncoding> _websafeBase64Encoder NVX_GUARDED_BY(_lock);
+  bool _hasCellularVoice = false;
+  bool _hasCellularData = false;
   std::atomic<bool> _hasLocationFix{false};
   std::atomic<bool> _suppressUserState{false};
   std::atomic<bool> _voiceSearchEnabled{false};

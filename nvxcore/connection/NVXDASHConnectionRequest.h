@@ -4,9 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "nvxcore/connection/java_data/JavaDataInput.h"
 #include "nvxcore/connection/java_data/JavaDataOutput.h"
+#include "nvxcore/message/NVXx_PBRef.h"
 #include "nvxcore/platform/Data.h"
 #include "nvxcore/platform/Error.h"
 #include "nvxcore/platform/Export.h"
@@ -16,10 +19,14 @@
 namespace nvxcore {
 
 class NVXDASHConnection;
+class NVXx_LOCULocationDescriptor;
 using NVXDASHConnectionRef = std::shared_ptr<NVXDASHConnection>;
 
 /// Seconds without progress after which a POST fails.
 inline constexpr TimeInterval NVXx_kDASHRequestDefaultHTTPTimeoutSeconds = 15.0;
+
+/// Descriptors by the number of their producer, in the order in which the producers came. Empty is none.
+using NVXDASHLocationOverrides = std::vector<std::pair<int32_t, Ref<NVXx_LOCULocationDescriptor>>>;
 
 /// One typed request to the geo server: it knows how to write its payload and how to read its answer. Set up
 /// by its maker, and left alone once it was handed to a connection, which calls it back on threads of its
@@ -42,6 +49,13 @@ class NVXCORE_EXPORT NVXDASHConnectionRequest {
   /// Requests with the same authorizer share POSTs. Without one the connection gives its service's.
   AuthorizerRef authorizer() const { return _authorizer; }
   void setAuthorizer(AuthorizerRef authorizer) { _authorizer = std::move(authorizer); }
+  /// Changes what the POST of this request says of where the device is: it is merged into the connection's
+  /// descriptor of the same producer, or added when there is none. A later one of the same producer takes the
+  /// place of the earlier one. A request with overrides goes in a POST of its own.
+  void addLocationDescriptorOverride(Ref<NVXx_LOCULocationDescriptor> descriptor);
+  /// A copy of the list.
+  NVXDASHLocationOverrides locationDescriptorOverridesByProducer() const;
+  bool hasLocationDescriptorOverrides() const { return _locationDescriptorOverridesByProducer != nullptr; }
 
   /// Writes the payload, on the transport's stream thread. What it throws fails all requests of the POST.
   virtual void asyncSerializeRequestData(utils::JavaDataOutput* output,
@@ -54,9 +68,11 @@ class NVXCORE_EXPORT NVXDASHConnectionRequest {
   virtual void asyncRequestFailed(const Error& error, const NVXDASHConnectionRef& connection);
 
  protected:
-  explicit NVXDASHConnectionRequest(int32_t requestID) : _requestID(requestID) {}
+  explicit NVXDASHConnectionRequest(int32_t requestID);
 
  private:
+  /// Made on first use.
+  std::unique_ptr<NVXDASHLocationOverrides> _locationDescriptorOverridesByProducer;
   std::atomic<bool> _allowsCellularAccess{true};
   const int32_t _requestID;
   std::atomic<TimeInterval> _httpTimeout{NVXx_kDASHRequestDefaultHTTPTimeoutSeconds};

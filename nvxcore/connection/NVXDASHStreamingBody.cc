@@ -27,6 +27,11 @@ std::vector<NVXDASHConnectionRequestRef> NVXDASHStreamingBody::sentRequests() {
   return _requests;
 }
 
+bool NVXDASHStreamingBody::wasFramed() const {
+  Lock lock(_lock);
+  return _wasFramed;
+}
+
 void NVXDASHStreamingBody::releaseRequests() {
   std::vector<NVXDASHConnectionRequestRef> requests;
   std::shared_ptr<NVXDASHConnectionImpl> connection;
@@ -81,6 +86,7 @@ void NVXDASHStreamingBody::buildPayload() {
     _streamError = failure;
   } else {
     _requests.swap(requests);
+    _wasFramed = true;
   }
 }
 

@@ -24,6 +24,8 @@ class NVXCORE_EXPORT NVXDASHStreamingBody : public InputStream {
   /// The requests of this POST in wire order. Collects them when the body has not been read yet; it is empty
   /// then.
   std::vector<NVXDASHConnectionRequestRef> sentRequests();
+  /// True when the body was framed, so that the connection's own requests are in this POST.
+  bool wasFramed() const;
   /// Lets go of the requests and the connection.
   void releaseRequests();
 
@@ -46,6 +48,7 @@ class NVXCORE_EXPORT NVXDASHStreamingBody : public InputStream {
   const NVXDASHRequestGroupIDRef _groupID;
   const bool _ignoreRequests;
   bool _hasCollected NVX_GUARDED_BY(_lock) = false;
+  bool _wasFramed NVX_GUARDED_BY(_lock) = false;
   std::vector<NVXDASHConnectionRequestRef> _requests NVX_GUARDED_BY(_lock);
   Error _streamError NVX_GUARDED_BY(_lock);
   /// The whole framed body, and how much of it was handed out; the reading thread's own.

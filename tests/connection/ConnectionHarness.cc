@@ -15,42 +15,61 @@ uint64_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-/// Calls `each` with the ID and the payload of each request; the four header strings are passed over.
-void forEachRequest(std::string_view body,
-                    const std::function<void(std::string_view id, std::string_view payload)>& each) {
-  size_t at = 2 + 8;
-  for (int i = 0; i < 4; ++i) at += 2 + bigEndian(body.substr(at, 2));
-  while (at < body.size()) {
-    const size_t length = bigEndian(body.substr(at + 2, 4));
-    each(body.substr(at, 2), body.substr(at + 6, length));
-    at += 6 + length;
-  }
+std::string withLength(std::string_view payload) {
+  std::string bytes;
+  for (int shift : {24, 16, 8, 0}) bytes += static_cast<char>(payload.size() >> shift);
+  return bytes.append(payload);
 }
 
 }  // namespace
 
-std::string replyTo(std::string_view body,
-                    const std::function<std::string(int requestID, std::string_view payload)>& answer) {
-  std::string reply("\0\x18", 2);
-  forEachRequest(body, [&](std::string_view id, std::string_view payload) {
-    reply.append(id);
-    reply.append(answer(static_cast<int>(bigEndian(id)), payload));
-  });
-  return reply;
-}
-
-std::string echoReply(std::string_view body) {
-  return replyTo(body, [](int, std::string_view payload) {
-    std::string answer;
-    for (int shift : {24, 16, 8, 0}) answer += static_cast<char>(payload.size() >> shift);
-    return answer.append(payload);
-  });
+std::vector<FramedRequest> requestsOf(std::string_view body) {
+  std::vector<FramedRequest> requests;
+  size_t at = 2 + 8;
+  for (int i = 0; i < 4; ++i) at += 2 + bigEndian(body.substr(at, 2));
+  while (at < body.size()) {
+    FramedRequest request{static_cast<int32_t>(bigEndian(body.substr(at, 2))), {}};
+    at += 2;
+    if (request.id != kUserCookieRequest) {
+      const size_t length = bigEndian(body.substr(at, 4));
+      request.payload = body.substr(at + 4, length);
+      at += 4 + length;
+    }
+    requests.push_back(std::move(request));
+  }
+  return requests;
 }
 
 std::vector<std::string> payloadsOf(std::string_view body) {
   std::vector<std::string> payloads;
-  forEachRequest(body, [&](std::string_view, std::string_view payload) { payloads.emplace_back(payload); });
+  for (FramedRequest& request : requestsOf(body)) {
+    if (request.id != kUserCookieRequest && request.id != kClientPropertiesRequest)
+      payloads.push_back(std::move(request.payload));
+  }
   return payloads;
+}
+
+std::string replyTo(std::string_view body,
+                    const std::function<std::string(int requestID, std::string_view payload)>& answer,
+                    const IdentityAnswer& identity) {
+  std::string reply("\0\x18", 2);
+  for (const FramedRequest& request : requestsOf(body)) {
+    reply += static_cast<char>(request.id >> 8);
+    reply += static_cast<char>(request.id);
+    if (request.id == kUserCookieRequest) {
+      for (int shift = 56; shift >= 0; shift -= 8) reply += static_cast<char>(identity.userCookie >> shift);
+    } else if (request.id == kClientPropertiesRequest) {
+      reply += withLength(identity.clientProperties);
+    } else {
+      reply += answer(request.id, request.payload);
+    }
+  }
+  return reply;
+}
+
+std::string echoReply(std::string_view body, const IdentityAnswer& identity) {
+  return replyTo(
+      body, [](int, std::string_view payload) { return withLength(payload); }, identity);
 }
 
 void Outcomes::add(Outcome outcome) {

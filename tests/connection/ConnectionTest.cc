@@ -36,6 +36,9 @@ TEST_F(ConnectionTest, APOSTIsFramedByteForByte) {
             "1.0"
             "\0\x01"
             "c"
+            "\0\x3E\0\0\0\x2C"  // the client's properties
+            "\x10\0\x20\x01\x2A\0\x50\x01\xA8\x01\0\xB0\x01\x01\xC0\x01\x01\xC8\x01\0\xDA\x01\x05"
+            "1.2.3\x80\x02\0\x88\x02\0\xDA\x02\x02\x12\0\x9A\x03\x02\x10\x01"
             "\0\x27\0\0\0\x03\xAA\xBB\xCC"s);
   const URLRequest request = _network->lastTask()->originalRequest();
   EXPECT_EQ(request.method, "POST");
@@ -51,7 +54,7 @@ TEST_F(ConnectionTest, APOSTIsFramedByteForByte) {
   int64_t outgoing = 0, incoming = 0;
   connection->getOutgoingByteCount(&outgoing, &incoming);
   EXPECT_EQ(outgoing, static_cast<int64_t>(bodies[0].size() + bodies[1].size()));
-  EXPECT_EQ(incoming, (2 + 2 + 4 + 3) + (2 + 2 + 4 + 1));
+  EXPECT_EQ(incoming, (2 + 6 + 2 + 4 + 3) + (2 + 6 + 2 + 4 + 1));
 }
 
 TEST_F(ConnectionTest, BatchesOfFiftyLeaveInArrivalOrder) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "nvxcore/platform/URLErrors.h"
 #include "tests/connection/ConnectionHarness.h"
 #include "tests/support/FakeFacts.h"
 #include "tests/support/FakeHTTPSession.h"
@@ -20,8 +22,8 @@ namespace nvxcore::testing {
 /// A connection over a fake network, which keeps the body of each POST and answers as the test says.
 class FakeConnectionTest : public NVXTest {
  protected:
-  explicit FakeConnectionTest(std::shared_ptr<Threading> threading = {})
-      : _scope(platform(std::move(threading))) {
+  /// `seams`: what stands in for the real ones besides the network.
+  explicit FakeConnectionTest(Platform seams = {}) : _scope(withNetwork(std::move(seams))) {
     _network->onResume = [this](const FakeHTTPTaskRef& task) { serve(task); };
     connection = makeConnection("http://geo.test/glm");
   }
@@ -35,15 +37,8 @@ class FakeConnectionTest : public NVXTest {
     _scope.settle();
   }
 
-  Platform platform(std::shared_ptr<Threading> threading) {
-    Platform platform;
-    platform.threading = std::move(threading);
-    platform.httpSessionService = _network;
-    platform.device = std::make_shared<FakeDeviceFacts>();
-    return platform;
-  }
-
   virtual void serve(const FakeHTTPTaskRef& task) {
+    if (isUnread) return task->complete(Error(kURLErrorDomain, kURLErrorCannotConnectToHost));
     task->pullBody([this, task](const Data& body) {
       bodies.push_back(body.string());
       reply(task, bodies.back());
@@ -70,12 +65,21 @@ class FakeConnectionTest : public NVXTest {
     return sizes;
   }
 
+  /// No server can be reached: POSTs fail before their bodies are read.
+  std::atomic<bool> isUnread{false};
   std::shared_ptr<FakeHTTPSessionService> _network = std::make_shared<FakeHTTPSessionService>();
   PlatformScope _scope;
   Outcomes outcomes;
   /// Of the delegate queue, until the connection was drained.
   std::deque<std::string> bodies;
   std::shared_ptr<NVXDASHConnectionImpl> connection;
+
+ private:
+  Platform withNetwork(Platform platform) {
+    platform.httpSessionService = _network;
+    if (!platform.device) platform.device = std::make_shared<FakeDeviceFacts>();
+    return platform;
+  }
 };
 
 }  // namespace nvxcore::testing

@@ -50,7 +50,7 @@ TEST_F(LiveServerTest, StalledRepliesKeepNobodyElseWaiting) {
   constexpr size_t kStalled = 200;
   connection->fetcherService()->setMaxRunningFetchersPerHost(0);
   server.setScript([](const Exchange& exchange) -> std::optional<ReplyPlan> {
-    if (exchange.payload(exchange.post.requests.at(0)).ends_with("healthy")) return std::nullopt;
+    if (exchange.payload(exchange.post.requests.back()).ends_with("healthy")) return std::nullopt;
     return ReplyPlan().thenBytes(2).thenStall("gate");
   });
   sendAlone("healthy first");
@@ -93,7 +93,7 @@ TEST_F(LiveServerTest, TheEleventhWaitsUnderTheDefaultLimit) {
 }
 
 TEST_F(LiveServerTest, FirstAnswersComeBeforeTheLastByte) {
-  server.enqueue(ReplyPlan().thenUpToAnswer(2).thenStall("gate"));
+  server.enqueue(ReplyPlan().thenUpToAnswer(3).thenStall("gate"));
   connection->suspendSending();
   for (const char* name : {"a", "b", "c", "d"}) connection->sendRequest(echoRequest(outcomes, name));
   connection->resumeSending();
@@ -108,7 +108,7 @@ TEST_F(LiveServerTest, FirstAnswersComeBeforeTheLastByte) {
 
 TEST_F(LiveServerTest, AStoppedFetchEndsItsStalledReader) {
   expectConsoleLine("Needed ");
-  server.enqueue(ReplyPlan().thenUpToAnswer(1).thenStall());
+  server.enqueue(ReplyPlan().thenUpToAnswer(2).thenStall());
   connection->suspendSending();
   for (const char* name : {"a", "b"}) connection->sendRequest(echoRequest(outcomes, name));
   connection->resumeSending();

@@ -92,7 +92,8 @@ class ProtobufferTest : public FakeConnectionTest {
   Error lastError;
 
  private:
-  explicit ProtobufferTest(std::shared_ptr<ManualTime> time) : FakeConnectionTest(time), _time(time) {}
+  explicit ProtobufferTest(std::shared_ptr<ManualTime> time)
+      : FakeConnectionTest(Platform{.threading = time}), _time(time) {}
 };
 
 }  // namespace nvxcore::testing

@@ -149,6 +149,7 @@ TEST_F(ProtobufferRequestTest, HooksSeeAndReplaceWhatTheHandlerGetsInTheirOrder)
     NVXDASHProtobufferRequest::addResponseHookWithID(
         name, [mark](const NVXDASHProtobufferRequestRef& request, Ref<NVXx_PBGeneratedMessage>* response,
                      Error* error) {
+          if (request->requestID() == kClientPropertiesRequest) return;
           EXPECT_EQ(request->requestID(), 39);
           if (*response) {
             const auto seen = std::string(static_cast<Echo&>(**response).url());

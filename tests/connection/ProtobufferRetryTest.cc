@@ -130,8 +130,8 @@ TEST_F(ProtobufferRetryTest, TheRetryHandlerHasTheLastWordWhileRetriesAreLeft) {
 
 TEST_F(ProtobufferRetryTest, AnErrorOfAHookCountsLikeAnyOther) {
   int calls = 0;
-  NVXDASHProtobufferRequest::addResponseHookWithID("fail once", [&](auto&&, auto&&, Error* error) {
-    if (calls++ == 0) *error = Error(kURLErrorDomain, kURLErrorTimedOut);
+  NVXDASHProtobufferRequest::addResponseHookWithID("fail once", [&](auto&& request, auto&&, Error* error) {
+    if (request->requestID() == 39 && calls++ == 0) *error = Error(kURLErrorDomain, kURLErrorTimedOut);
   });
   sendAndSettle({retrying("a")});
   EXPECT_EQ(heard, "");

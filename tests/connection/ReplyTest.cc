@@ -46,6 +46,8 @@ class ReplyTest : public FakeConnectionTest {
   }
   bool isProtocolError(const Error& error) { return error.is("com.ovrasoft.Atlas.NVXDASHConnection", 100); }
 
+  /// Bytes ahead of the first answer: the version, and an empty one to the client's properties.
+  static constexpr size_t kHead = 2 + 2 + 4;
   std::function<void(std::string&)> change;
   int status = 200;
   std::string contentType = "application/binary";
@@ -88,8 +90,8 @@ TEST_F(ReplyTest, AnHTTPErrorIsItsStatusWithTheFirstChunk) {
 }
 
 TEST_F(ReplyTest, AWrongAnswerFailsItsRequestAndAllLaterOnes) {
-  // The answer to b, 7 bytes long like all, begins at 9.
-  change = [](std::string& bytes) { bytes[10] = 40; };
+  // The answer to b, 7 bytes long like all, begins at kHead + 7.
+  change = [](std::string& bytes) { bytes[kHead + 8] = 40; };
   EXPECT_EQ(exchange(), "a !b !c");
   EXPECT_TRUE(isProtocolError(outcomes.all()[1].error));
   EXPECT_TRUE(isProtocolError(outcomes.all()[2].error));
@@ -97,14 +99,14 @@ TEST_F(ReplyTest, AWrongAnswerFailsItsRequestAndAllLaterOnes) {
 
 TEST_F(ReplyTest, EveryTruncationAnswersWhatWasCompleteAndFailsTheRest) {
   expectConsoleLine("Needed ");
-  for (size_t length = 0; length <= 23; ++length) {
+  for (size_t length = 0; length <= kHead + 21; ++length) {
     change = [length](std::string& bytes) { bytes.resize(length); };
     const size_t before = outcomes.count();
     exchange();
     const auto all = outcomes.all();
     size_t answered = 0;
     for (size_t i = before; i < all.size(); ++i) answered += all[i].answered;
-    EXPECT_EQ(answered, length < 9 ? 0 : (length - 2) / 7) << length;
+    EXPECT_EQ(answered, length < kHead ? 0 : (length - kHead) / 7) << length;
   }
 }
 
@@ -177,7 +179,10 @@ TEST_F(ReplyTest, ASerialiserThatThrowsFailsItsPOSTAndNoOther) {
   }
   int64_t outgoing = 0;
   connection->getOutgoingByteCount(&outgoing, nullptr);
-  EXPECT_EQ(outgoing, 3 * (static_cast<int64_t>(2 + 8 + 4 + 7 + 5 + 3) + 6 + 4));
+  size_t sent = 0;
+  for (const std::string& body : bodies) sent += body.size();
+  EXPECT_GT(sent, 0u);
+  EXPECT_EQ(outgoing, static_cast<int64_t>(sent));
 }
 
 TEST_F(ReplyTest, AFailureBeforeTheBodyIsReadFailsTheRequestsThatItWouldHaveTaken) {
@@ -216,14 +221,14 @@ TEST_F(ReplyTest, AFetchThatIsStoppedFailsItsRequestsAsCancelled) {
   struct {
     size_t length;
     std::string wanted;
-  } cases[] = {{0, "!a !b !c"}, {16, "a b !c"}, {23, "a b c"}};
+  } cases[] = {{0, "!a !b !c"}, {kHead + 14, "a b !c"}, {kHead + 21, "a b c"}};
   for (const auto& [length, wanted] : cases) {
     Outcomes mine;
     change = [length = length](std::string& bytes) { bytes.resize(length); };
     whileMainIsBusy([&] {
       for (const char* name : {"a", "b", "c"}) connection->sendRequest(echoRequest(mine, name));
     });
-    const size_t answered = length == 0 ? 0 : length == 16 ? 2 : 3;
+    const size_t answered = length == 0 ? 0 : (length - kHead) / 7;
     ASSERT_TRUE(mine.waitForCount(answered));
     ASSERT_TRUE(played.wait(kPatience));
     connection->fetcherService()->stopAllFetchers();
@@ -253,7 +258,7 @@ TEST_F(ReplyTest, AConnectionCheckLooksAtTheHeadOfTheReplyOnly) {
   };
   enqueue("stays");
   EXPECT_TRUE(check());
-  EXPECT_EQ(bodies.back().size(), 2u + 8 + 4 + 7 + 5 + 3);
+  EXPECT_EQ(requestsOf(bodies.back()).size(), 1u);
   EXPECT_EQ(connection->pendingEnqueueCount(), 1u);
   status = 404;
   EXPECT_FALSE(check());
@@ -270,7 +275,7 @@ TEST_F(ReplyTest, AConnectionCheckLooksAtTheHeadOfTheReplyOnly) {
 class CutReplyTest : public ReplyTest {
  protected:
   void SetUp() override {
-    for (int i = 0; i < 5; ++i) names.push_back(std::string(i < 4 ? 33 : 36, static_cast<char>('a' + i)));
+    for (int i = 0; i < 5; ++i) names.push_back(std::string(i < 4 ? 33 : 30, static_cast<char>('a' + i)));
   }
   /// Sends one POST and checks that each answer is its own.
   void exchangeCut(std::vector<size_t> at) {

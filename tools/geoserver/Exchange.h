@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/geoserver/ClientIdentity.h"
 #include "tools/geoserver/HeaderList.h"
 #include "tools/geoserver/ReplyPlan.h"
 #include "tools/geoserver/RequestTypes.h"
@@ -57,11 +59,20 @@ struct Exchange {
   bool bodyComplete = false;
   Post post;  // of a POST that no other handler took; else empty
 
+  ClientIdentity identity;  // of a decoded POST
+  // What the client got wrong: messages and fields that can't be read. Such a POST is answered all the same.
+  std::vector<std::string> clientFaults;
+
   FaultKind fault = FaultKind::none;  // of the plan
   std::string plan;                   // the plan in words
   int status = 0;                     // as sent; 0 when no reply head went out
   Ending ending = Ending::none;
   std::string handlerError;  // what a handler threw; the client got a 500
+
+  std::vector<std::string> notes;  // what request types found worth telling
+  // The reply's body as planned, and where its answers end; only where ServerOptions::keepReplies says so.
+  std::shared_ptr<const std::string> reply;
+  std::vector<size_t> answerEnds;
 
   uint64_t replyBytes = 0;      // length of the reply's body as planned
   uint64_t replyBytesSent = 0;  // bytes of it that were handed to the socket
@@ -69,6 +80,8 @@ struct Exchange {
   // Leading answers that were handed to the socket whole and unchanged, in a reply a client must accept so
   // far. After a reset the client may have seen fewer, since a reset throws away what it has not read yet.
   uint64_t answersSent = 0;
+  // An answer that the plan made unreadable while those behind it stayed good. It counts as sent.
+  std::optional<uint64_t> spoiledAnswer;
 
   std::string_view payload(const PostRequest& request) const {
     return std::string_view(*body).substr(request.payloadOffset, request.payloadLength);

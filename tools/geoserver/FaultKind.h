@@ -11,17 +11,21 @@ enum class FaultKind {
   emptyStatus,  // an error status without one
   wrongContentType,
   wrongVersionWord,
-  wrongRequestId,  // before one of the answers
-  alteredAnswer,   // bytes of one answer changed, its length kept
-  shortAnswer,     // bytes missing at the end of one answer, those behind it moved up
-  extraBytes,      // behind the last answer
-  truncated,       // the body ends early, the framing agrees
-  pieces,          // a good reply in pieces, with pauses
-  delayedHead,     // a good reply after a pause
-  delayedBody,     // a good reply with a pause behind its head
-  drip,            // a good reply, few bytes at a time
-  pausedBody,      // a good reply with a long pause in the middle of its body
-  stalledBody,     // a pause that ends only when the test releases it, or the client gives up
+  wrongRequestId,     // before one of the answers
+  alteredAnswer,      // bytes of one answer changed, its length kept
+  shortAnswer,        // bytes missing at the end of one answer, those behind it moved up
+  badCompression,     // a message that says it is compressed, and is not
+  unreadableMessage,  // an answer whose bytes are no message
+  excessiveLength,    // a message longer than all that still comes
+  lowestLength,       // a message of length -2147483648
+  extraBytes,         // behind the last answer
+  truncated,          // the body ends early, the framing agrees
+  pieces,             // a good reply in pieces, with pauses
+  delayedHead,        // a good reply after a pause
+  delayedBody,        // a good reply with a pause behind its head
+  drip,               // a good reply, few bytes at a time
+  pausedBody,         // a good reply with a long pause in the middle of its body
+  stalledBody,        // a pause that ends only when the test releases it, or the client gives up
   closeBeforeReply,
   closeAfterHead,
   closeMidBody,

@@ -5,6 +5,8 @@
 #include <numeric>
 #include <utility>
 
+#include "tools/geoserver/internal/Random.h"
+
 namespace nvxcore::geoserver {
 namespace {
 
@@ -16,11 +18,19 @@ constexpr Millis kLongestPause{20};
 
 }  // namespace
 
-FaultWeights FaultScript::defaultWeights() {
+FaultWeights FaultScript::messageWeights() {
   FaultWeights weights;
   weights.fill(1);
   weights[static_cast<size_t>(FaultKind::stalledBody)] = 0;
   weights[static_cast<size_t>(FaultKind::none)] = kFaultKindCount - 2;
+  return weights;
+}
+
+FaultWeights FaultScript::defaultWeights() {
+  FaultWeights weights = messageWeights();
+  for (const FaultKind kind : {FaultKind::badCompression, FaultKind::unreadableMessage})
+    weights[static_cast<size_t>(kind)] = 0;
+  weights[static_cast<size_t>(FaultKind::none)] -= 2;
   return weights;
 }
 
@@ -38,12 +48,10 @@ FaultScript::FaultScript(uint64_t seed, const FaultWeights& weights) {
   }
 }
 
-// SplitMix64: the same numbers everywhere, which the standard library's distributions do not promise.
 uint64_t FaultScript::draw(uint64_t& state) {
-  uint64_t z = (state += 0x9E3779B97F4A7C15);
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
-  return z ^ (z >> 31);
+  const uint64_t drawn = splitMix64(state);
+  state += kSplitMix64Step;
+  return drawn;
 }
 
 FaultKind FaultScript::deal(Deck& deck) {
@@ -93,6 +101,14 @@ ReplyPlan FaultScript::plan(FaultKind kind, uint64_t& random) {
       return faults::alteredAnswer(answer, few);
     case FaultKind::shortAnswer:
       return faults::shortAnswer(answer, few);
+    case FaultKind::badCompression:
+      return faults::badCompression(answer);
+    case FaultKind::unreadableMessage:
+      return faults::unreadableMessage(answer);
+    case FaultKind::excessiveLength:
+      return faults::excessiveLength(answer, static_cast<uint32_t>(offset()), few > 4);
+    case FaultKind::lowestLength:
+      return faults::lowestLength(answer);
     case FaultKind::extraBytes:
       return faults::extraBytes(std::string(offset(), '\xEE'));
     case FaultKind::truncated:

@@ -25,7 +25,10 @@ class FaultScript {
   explicit FaultScript(uint64_t seed, const FaultWeights& weights = defaultWeights());
 
   // Each kind once, good replies as often as all faults together; no stalls that only a test ends.
+  // Nor what leaves a client in step and is for clients that read messages.
   static FaultWeights defaultWeights();
+  // The same with those.
+  static FaultWeights messageWeights();
 
   // For GeoServer::setHeadScript, or to be called by a script of one's own.
   ReplyPlan next(const Exchange& exchange);

@@ -1,6 +1,7 @@
 #include "tools/geoserver/Faults.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "tools/geoserver/RequestTypes.h"
@@ -25,6 +26,14 @@ const char* faultName(FaultKind kind) {
       return "altered answer";
     case FaultKind::shortAnswer:
       return "short answer";
+    case FaultKind::badCompression:
+      return "bad compression";
+    case FaultKind::unreadableMessage:
+      return "unreadable message";
+    case FaultKind::excessiveLength:
+      return "excessive length";
+    case FaultKind::lowestLength:
+      return "lowest length";
     case FaultKind::extraBytes:
       return "extra bytes";
     case FaultKind::truncated:
@@ -95,6 +104,39 @@ void putShort(std::string& bytes, size_t at, uint16_t value) {
 }
 
 constexpr size_t kIdBytes = 2;
+constexpr size_t kLengthBytes = 4;
+
+std::string lengthField(int32_t length) {
+  std::string bytes;
+  WireWriter(bytes).writeInt(length);
+  return bytes;
+}
+
+// Runs `change` on the answer at that place or the next that is a subdata; nothing when there is none.
+BodyChange onSubdata(uint64_t answer,
+                     std::function<void(ProtocolReply& reply, size_t place, Span span)> change) {
+  return [answer, change = std::move(change)](ProtocolReply& reply) {
+    const size_t count = reply.subdata.size();
+    for (size_t i = 0; i < count; ++i) {
+      const size_t place = (answer + i) % count;
+      if (!reply.subdata[place]) continue;
+      change(reply, place,
+             {place ? reply.answerEnds[place - 1] : sizeof(kProtocolVersion), reply.answerEnds[place]});
+      return;
+    }
+  };
+}
+
+// Puts other bytes behind the ID, which the client can go past; the answers behind it move.
+BodyChange spoiling(uint64_t answer, std::string replacement) {
+  return onSubdata(
+      answer, [replacement = std::move(replacement)](ProtocolReply& reply, size_t place, Span span) {
+        reply.bytes.replace(span.begin + kIdBytes, span.end - span.begin - kIdBytes, replacement);
+        const size_t end = span.begin + kIdBytes + replacement.size();
+        for (size_t i = place; i < reply.answerEnds.size(); ++i) reply.answerEnds[i] += end - span.end;
+        reply.spoiledAnswer = place;
+      });
+}
 
 }  // namespace
 
@@ -139,6 +181,37 @@ ReplyPlan shortAnswer(uint64_t answer, uint64_t count) {
     const size_t length = std::min<uint64_t>(count, span.end - span.begin);
     bytes.erase(span.end - length, length);
   }));
+}
+
+ReplyPlan badCompression(uint64_t answer) {
+  // The head of a zlib stream, and a block of a kind that there is not (RFC 1951, 3.2.3).
+  const std::string stream("\x78\x9C\xFF\xFF\xFF\xFF", 6);
+  return faulty(FaultKind::badCompression)
+      .withChange(spoiling(answer, lengthField(-static_cast<int32_t>(stream.size())) + stream));
+}
+
+ReplyPlan unreadableMessage(uint64_t answer) {
+  // A field that is longer than its message.
+  return faulty(FaultKind::unreadableMessage).withChange(spoiling(answer, lengthField(3) + "\x0A\x7F!"));
+}
+
+ReplyPlan excessiveLength(uint64_t answer, uint32_t beyond, bool compressed) {
+  return faulty(FaultKind::excessiveLength)
+      .withChange(onSubdata(answer, [beyond, compressed](ProtocolReply& reply, size_t, Span span) {
+        const size_t start = span.begin + kIdBytes + kLengthBytes;
+        const uint64_t length =
+            std::min<uint64_t>(reply.bytes.size() - start + beyond, std::numeric_limits<int32_t>::max());
+        reply.bytes.replace(span.begin + kIdBytes, kLengthBytes,
+                            lengthField(static_cast<int32_t>(length) * (compressed ? -1 : 1)));
+      }));
+}
+
+ReplyPlan lowestLength(uint64_t answer) {
+  return faulty(FaultKind::lowestLength)
+      .withChange(onSubdata(answer, [](ProtocolReply& reply, size_t, Span span) {
+        reply.bytes.replace(span.begin + kIdBytes, kLengthBytes,
+                            lengthField(std::numeric_limits<int32_t>::min()));
+      }));
 }
 
 ReplyPlan extraBytes(std::string extra) {

@@ -24,6 +24,13 @@ ReplyPlan otherAnswer(uint64_t answer, std::string bytes);
 ReplyPlan alteredAnswer(uint64_t answer, uint64_t count);
 // Leaves out the last `count` bytes of the answer.
 ReplyPlan shortAnswer(uint64_t answer, uint64_t count);
+// Faults of messages. They befall the answer at that place or the first behind it that is a length and that
+// many bytes. After the first two the client is still in step, and what lies behind is good.
+ReplyPlan badCompression(uint64_t answer);
+ReplyPlan unreadableMessage(uint64_t answer);
+// Its length goes beyond all that still comes by that many bytes; a negative one when `compressed`.
+ReplyPlan excessiveLength(uint64_t answer, uint32_t beyond, bool compressed = false);
+ReplyPlan lowestLength(uint64_t answer);
 ReplyPlan extraBytes(std::string bytes);
 // The body ends after `bytes`, and Content-Length says so.
 ReplyPlan truncated(uint64_t bytes);

@@ -28,6 +28,10 @@ std::string GeoServer::caFile() const { return _core->caFile(); }
 
 void GeoServer::enqueue(ReplyPlan plan) { _core->enqueue(std::move(plan)); }
 
+void GeoServer::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
+  _core->failRequests(id, std::move(plan), times);
+}
+
 void GeoServer::setHeadScript(HeadScript script) {
   _core->configure([&](Config& config) { config.headScript = std::move(script); });
 }
@@ -60,6 +64,14 @@ void GeoServer::registerRequestType(uint16_t id, PayloadReader readPayload, Answ
   });
 }
 
+void GeoServer::registerMessageType(uint16_t id, MessageType type) {
+  _core->configure([&](Config& config) { config.types.registerMessageType(id, std::move(type)); });
+}
+
+void GeoServer::rememberCookie(int64_t cookie) { _core->office().remember(cookie); }
+
+std::vector<int64_t> GeoServer::issuedCookies() const { return _core->office().issuedCookies(); }
+
 void GeoServer::release(std::string_view gate) {
   _core->onLoop([core = _core.get(), gate = std::string(gate)] { core->gates().release(gate); });
 }
@@ -75,6 +87,10 @@ void GeoServer::holdAgain(std::string_view gate) {
 std::vector<Exchange> GeoServer::exchanges() const { return _core->record().exchanges(); }
 
 Counters GeoServer::counters() const { return _core->record().counters(); }
+
+std::string GeoServer::describe(const Exchange& exchange, LogLevel level) const {
+  return conversation(exchange, _core->config()->types, level);
+}
 
 void GeoServer::clear() {
   _core->record().clear();

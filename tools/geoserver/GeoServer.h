@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/geoserver/ConversationLog.h"
 #include "tools/geoserver/Exchange.h"
 #include "tools/geoserver/Faults.h"
 #include "tools/geoserver/ReplyPlan.h"
@@ -41,9 +42,9 @@ enum class Acceptance { serve, close, reset, silent };
 using AcceptScript = std::function<Acceptance(uint64_t connection)>;
 using ExchangeObserver = std::function<void(const Exchange&)>;
 
-// Who plans a reply, in turn: the queue, the head script (both at the head), the script, a handler of the
-// path, the built-in handlers, and at last the protocol, which answers a POST in order and gives anything
-// else a 404.
+// Who plans a reply, in turn: the queue, the head script (both at the head), the failures of request types,
+// the script, a handler of the path, the built-in handlers, and at last the protocol, which answers a POST in
+// order and gives anything else a 404.
 //
 // Every function may be called on any thread, but for stop() and the destructor, which are not for the loop
 // thread.
@@ -69,13 +70,22 @@ class GeoServer {
 
   // The next plan for a request, whatever its path, in the order in which heads arrive.
   void enqueue(ReplyPlan plan);
+  // The plan for the next `times` POSTs that hold a request of that type. A type may be named again: the
+  // failures queue up.
+  void failRequests(uint16_t id, ReplyPlan plan, uint64_t times);
   void setHeadScript(HeadScript script);
   void setScript(Script script);
   void setAcceptScript(AcceptScript script);
   // Sees each exchange when it has ended.
   void setObserver(ExchangeObserver observer);
   void handle(std::string_view pathPrefix, ReplyHandler handler);
+  // In place of what the server knew of that ID. It knows the user cookie (15), resources (39), client
+  // properties (62), client parameters (75) and user events (145), and echoes all others.
   void registerRequestType(uint16_t id, PayloadReader readPayload, AnswerWriter writeAnswer);
+  void registerMessageType(uint16_t id, MessageType type);
+  // Of clients that were given it in another run.
+  void rememberCookie(int64_t cookie);
+  std::vector<int64_t> issuedCookies() const;
 
   // Opens a gate for all replies that wait or will wait at it.
   void release(std::string_view gate);
@@ -87,7 +97,10 @@ class GeoServer {
   // A snapshot, by sequence number. Exchanges under way are among them.
   std::vector<Exchange> exchanges() const;
   Counters counters() const;
-  // Forgets the exchanges that have ended, and the plans that wait in the queue; counters and gates stay.
+  // The exchange as text, with the names that the server's request types have now.
+  std::string describe(const Exchange& exchange, LogLevel level) const;
+  // Forgets the exchanges that have ended, the plans that wait in the queue and the failures of request types
+  // that are still to come; counters and gates stay.
   void clear();
 
   // Each waits until its condition holds, and says whether it did in time.

@@ -5,22 +5,40 @@
 namespace nvxcore::geoserver {
 namespace {
 
-// What a client without a cookie is given: any value but 0 does.
-constexpr int64_t kIssuedCookie = 0x1122334455667788;
-
 void readCounted(WireReader& reader) { reader.readCountedBytes(); }
+
+// The answer to a message that can't be read is one without fields: the wire has no way to say so.
+std::string messageAnswer(const RequestType& type, std::string_view payload, const Exchange& exchange,
+                          std::vector<std::string>& notes) {
+  const std::string_view bytes = WireReader(payload).readCountedBytes();
+  const bool known = type.message.request != nullptr;
+  WireMessage message;
+  try {
+    message = WireMessage::parse(bytes, known ? *type.message.request : schemas::unknown);
+  } catch (const WireError&) {
+    if (known) return {};
+  }
+  if (!message.fault().empty()) return {};
+  return type.message.answerMessage({bytes, message, exchange, notes});
+}
 
 }  // namespace
 
 RequestTypes::RequestTypes() {
-  _echo = {readCounted,
-           [](std::string_view payload, const Exchange&, WireWriter& answer) { answer.writeBytes(payload); }};
-  registerType(kUserCookie,
-               {[](WireReader&) {}, [](std::string_view, const Exchange&,
-                                       WireWriter& answer) { answer.writeLong(kIssuedCookie); }});
-  registerType(kClientProperties, {readCounted, [](std::string_view, const Exchange&, WireWriter& answer) {
-                                     answer.writeCountedBytes({});
-                                   }});
+  _echo.readPayload = readCounted;
+  _echo.writeAnswer = [](std::string_view payload, const Exchange&, WireWriter& answer) {
+    answer.writeBytes(payload);
+  };
+  _echo.answersSubdata = true;
+  _echo.message.name = "echo";
+}
+
+void RequestTypes::registerMessageType(uint16_t id, MessageType type) {
+  RequestType registered;
+  registered.readPayload = readCounted;
+  registered.message = std::move(type);
+  registered.answersSubdata = true;
+  registerType(id, std::move(registered));
 }
 
 const RequestType& RequestTypes::find(uint16_t id) const {
@@ -55,16 +73,25 @@ Post decodePost(std::string_view body, const RequestTypes& types) {
   return post;
 }
 
-ProtocolReply answerPost(const Exchange& exchange, const RequestTypes& types) {
+ProtocolReply answerPost(const Exchange& exchange, const RequestTypes& types,
+                         const Compression& compression) {
   ProtocolReply reply;
   reply.bytes.reserve(exchange.body->size() + 64);
   reply.answerEnds.reserve(exchange.post.requests.size());
+  const bool compress = !compression.onlyWhenAsked || exchange.identity.gzipEnabled();
   WireWriter writer(reply.bytes);
   writer.writeShort(kProtocolVersion);
   for (const PostRequest& request : exchange.post.requests) {
+    const RequestType& type = types.find(request.id);
+    const std::string_view payload = exchange.payload(request);
     writer.writeShort(request.id);
-    types.find(request.id).writeAnswer(exchange.payload(request), exchange, writer);
+    if (type.carriesMessages()) {
+      writeSubdata(writer, messageAnswer(type, payload, exchange, reply.notes), compression, compress);
+    } else {
+      type.writeAnswer(payload, exchange, writer);
+    }
     reply.answerEnds.push_back(reply.bytes.size());
+    reply.subdata.push_back(type.answersSubdata);
   }
   return reply;
 }

@@ -4,12 +4,15 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "tools/geoserver/Subdata.h"
 #include "tools/geoserver/WireCodec.h"
+#include "tools/geoserver/messages/WireMessage.h"
 
 namespace nvxcore::geoserver {
 
@@ -24,23 +27,50 @@ using PayloadReader = std::function<void(WireReader&)>;
 using AnswerWriter =
     std::function<void(std::string_view payload, const Exchange& exchange, WireWriter& answer)>;
 
-// Both run on the server's loop thread, and must not block. An exception of theirs fails only the POST at
-// hand.
+// One request whose payload is a message, and what its handler may want to know.
+struct MessageCall {
+  std::string_view bytes;  // the message
+  const WireMessage&
+      message;  // the same, read by the type's schema; without one it is read as unknown fields
+  const Exchange& exchange;
+  std::vector<std::string>& notes;  // for the record: what the handler finds worth telling
+};
+
+// Gives the answer, a serialised message.
+using MessageAnswer = std::function<std::string(const MessageCall&)>;
+
+// A request type that carries a message both ways: a 32-bit length with that many bytes out, a subdata back.
+struct MessageType {
+  std::string name;
+  const MessageSchema* request = nullptr;
+  const MessageSchema* answer = nullptr;
+  MessageAnswer answerMessage;
+};
+
+// Functions of a type run on the server's loop thread, and must not block. An exception of theirs fails only
+// the POST at hand.
 struct RequestType {
   PayloadReader readPayload;
-  AnswerWriter writeAnswer;
+  AnswerWriter writeAnswer;     // empty in a type that carries messages
+  MessageType message = {};     // of a type that carries messages; of others the name alone
+  bool answersSubdata = false;  // the answer is a length and that many bytes
+
+  bool carriesMessages() const { return static_cast<bool>(message.answerMessage); }
 };
 
 class RequestTypes {
  public:
   static constexpr uint16_t kUserCookie = 15;
+  static constexpr uint16_t kResource = 39;
   static constexpr uint16_t kClientProperties = 62;
+  static constexpr uint16_t kClientParameters = 75;
+  static constexpr uint16_t kUserEvent3 = 145;
 
-  // Knows the user cookie (no payload; its answer is a 64-bit cookie) and the client properties (a 32-bit
-  // length and that many bytes both ways; answered with an empty message).
+  // Knows no type: a 32-bit length with that many bytes, echoed.
   RequestTypes();
 
   void registerType(uint16_t id, RequestType type) { _types[id] = std::move(type); }
+  void registerMessageType(uint16_t id, MessageType type);
   // The type of that ID. One that was never registered is a 32-bit length with that many bytes, echoed.
   const RequestType& find(uint16_t id) const;
 
@@ -83,8 +113,12 @@ Post decodePost(std::string_view body, const RequestTypes& types);
 struct ProtocolReply {
   std::string bytes;
   std::vector<size_t> answerEnds;
+  std::vector<bool> subdata;  // which answers are a length and that many bytes behind the ID
+  // An answer that a change made unreadable without leaving the client out of step: those behind it are good.
+  std::optional<size_t> spoiledAnswer;
+  std::vector<std::string> notes;  // of the handlers
 };
 
-ProtocolReply answerPost(const Exchange& exchange, const RequestTypes& types);
+ProtocolReply answerPost(const Exchange& exchange, const RequestTypes& types, const Compression& compression);
 
 }  // namespace nvxcore::geoserver

@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/geoserver/IdentityOffice.h"
+#include "tools/geoserver/Subdata.h"
+
 namespace nvxcore::geoserver {
 
 enum class CertificateKind {
@@ -30,7 +33,14 @@ struct ServerOptions {
   // Speaks nothing newer than TLS 1.1, which a client of today refuses.
   bool onlyOutdatedTls = false;
 
+  // Resources and client parameters are served from it, see ContentFolder. Without one no resource is there,
+  // and no parameters have changed.
+  std::string folder;
+  IdentityOptions identity;
+  Compression compression;  // of answers that are messages
+
   RecordLevel record = RecordLevel::everything;
+  bool keepReplies = false;                    // the record, and observers, have the replies to POSTs too
   size_t maxHeadBytes = 256 * 1024;            // a longer head gets a 431
   uint64_t maxBodyBytes = 1024 * 1024 * 1024;  // a longer body gets a 413
   bool answersExpect = true;                   // sends "100 Continue" to who asks for it
@@ -56,6 +66,8 @@ struct Counters {
   uint64_t exchangesStalled = 0;  // in a stall step at this moment
   uint64_t requestsReceived = 0;  // requests in decoded POSTs
   uint64_t badRequests = 0;       // client input that was no HTTP
+  uint64_t unknownCookies = 0;    // decoded POSTs with a cookie that this server never issued
+  uint64_t clientFaults = 0;      // decoded POSTs in which the client got something wrong
   uint64_t bytesIn = 0;           // over the sockets, TLS aside
   uint64_t bytesOut = 0;
 };

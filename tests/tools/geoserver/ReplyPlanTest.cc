@@ -249,7 +249,7 @@ TEST(ReplyPlanTest, ScriptsAndHandlersAreAskedInTurn) {
   EXPECT_EQ(server.exchanges().back().status, 500);
 
   server.registerRequestType(
-      39, [](WireReader& reader) { reader.readCountedBytes(); },
+      kEchoType, [](WireReader& reader) { reader.readCountedBytes(); },
       [](std::string_view, const Exchange&, WireWriter&) { throw std::runtime_error("no answer"); });
   client.send(post());
   EXPECT_TRUE(client.readReply().starts_with("HTTP/1.1 500"));

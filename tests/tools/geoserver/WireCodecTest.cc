@@ -60,43 +60,6 @@ TEST(WireCodecTest, BadOrMissingBytesThrowAndDoNotMove) {
   EXPECT_EQ(negative.position(), 0u);
 }
 
-// Field by field: head, user cookie (15), client properties (62), and a request of a type that nobody
-// registered (39).
-TEST(WireCodecTest, DecodesAPostAndAnswersIt) {
-  const std::string body(
-      "\x00\x18\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02"
-      "en\x00\x05ios:x\x00\x03"
-      "1.0\x00\x01"
-      "c\x00\x0F\x00\x3E\x00\x00\x00\x05\xC1\xC2\xC3\xC4\xC5\x00\x27\x00\x00\x00\x03\xAA\xBB\xCC",
-      51);
-  RequestTypes types;
-  Exchange exchange;
-  exchange.body = std::make_shared<const std::string>(body);
-  exchange.post = decodePost(body, types);
-  EXPECT_EQ(exchange.post.error, "");
-  EXPECT_EQ(exchange.post.header.version, 24);
-  EXPECT_EQ(exchange.post.header.userCookie, 0);
-  EXPECT_EQ(exchange.post.header.language, "en");
-  EXPECT_EQ(exchange.post.header.platform, "ios:x");
-  EXPECT_EQ(exchange.post.header.softwareVersion, "1.0");
-  EXPECT_EQ(exchange.post.header.distributionChannel, "c");
-  ASSERT_EQ(exchange.post.requests.size(), 3u);
-  EXPECT_EQ(exchange.post.requests[0].payloadLength, 0u);
-  EXPECT_EQ(exchange.payload(exchange.post.requests[1]).substr(4), "\xC1\xC2\xC3\xC4\xC5");
-  EXPECT_EQ(exchange.post.requests[2].id, 39);
-
-  types.registerType(
-      62, {[](WireReader& reader) { reader.readCountedBytes(); },
-           [](std::string_view, const Exchange&, WireWriter& answer) { answer.writeCountedBytes("hi"); }});
-  const ProtocolReply reply = answerPost(exchange, types);
-  EXPECT_EQ(reply.bytes, std::string("\x00\x18"
-                                     "\x00\x0F\x11\x22\x33\x44\x55\x66\x77\x88"
-                                     "\x00\x3E\x00\x00\x00\x02hi"
-                                     "\x00\x27\x00\x00\x00\x03\xAA\xBB\xCC",
-                                     29));
-  EXPECT_EQ(reply.answerEnds, (std::vector<size_t>{12, 20, 29}));
-}
-
 TEST(WireCodecTest, ABodyCutAnywhereIsDecodedUpToThere) {
   const RequestTypes types;
   const std::string body = postBody(3, 10);

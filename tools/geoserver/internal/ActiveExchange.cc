@@ -55,9 +55,14 @@ void ActiveExchange::addBody(std::string_view bytes) { _body.append(bytes); }
 void ActiveExchange::endBody(HeaderList trailers) {
   auto body = std::make_shared<const std::string>(std::move(_body));
   Post post;
-  if (!_early && _core.speaksProtocol(*_exchange)) post = decodePost(*body, _core.config()->types);
+  PostReading reading;
+  if (!_early && _core.speaksProtocol(*_exchange)) {
+    const auto config = _core.config();
+    post = decodePost(*body, config->types);
+    reading = readPost(post, *body, _exchange->headers, config->types, _core.office());
+  }
   if (!trailers.empty()) _core.record().change([&](Counters&) { _exchange->trailers = std::move(trailers); });
-  _core.record().received(*_exchange, std::move(body), std::move(post));
+  _core.record().received(*_exchange, std::move(body), std::move(post), std::move(reading));
   if (_early || _exchange->ending != Ending::none) return;
   try {
     if (!_plan) _plan = _core.planAtEnd(*_exchange);
@@ -71,11 +76,11 @@ void ActiveExchange::endBody(HeaderList trailers) {
 void ActiveExchange::play(ReplyPlan plan) {
   PreparedReply reply;
   try {
-    reply = prepareReply(plan, *_exchange, _core.config()->types);
+    reply = prepareReply(plan, *_exchange, _core.config()->types, _core.options().compression);
   } catch (const std::exception& error) {
     _core.record().change([&](Counters&) { _exchange->handlerError = error.what(); });
     plan = handlerFailure(error.what());
-    reply = prepareReply(plan, *_exchange, _core.config()->types);
+    reply = prepareReply(plan, *_exchange, _core.config()->types, _core.options().compression);
   }
   _after = plan.after;
   _core.record().change([&](Counters&) {
@@ -83,6 +88,12 @@ void ActiveExchange::play(ReplyPlan plan) {
     _exchange->plan = plan.label;
     _exchange->replyBytes = reply.body.size();
     _exchange->answersPlanned = reply.answerEnds.size();
+    _exchange->spoiledAnswer = reply.spoiledAnswer;
+    _exchange->notes = std::move(reply.notes);
+    if (_core.options().keepReplies && !reply.answerEnds.empty()) {
+      _exchange->reply = std::make_shared<const std::string>(reply.body);
+      _exchange->answerEnds = reply.answerEnds;
+    }
   });
   _player = std::make_unique<ReplyPlayer>(_core, _sink, *_exchange, std::move(reply), std::move(plan.steps),
                                           [this](Ending ending) { _core.exchangeEnded(*_exchange, ending); });

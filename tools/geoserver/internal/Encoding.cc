@@ -7,6 +7,7 @@ namespace nvxcore::geoserver {
 namespace {
 
 constexpr int kGzipFormat = MAX_WBITS + 16;
+constexpr int kEitherFormat = MAX_WBITS + 32;
 constexpr int kBrotliQuality = 5;
 constexpr int kMemoryLevel = 8;
 
@@ -42,6 +43,26 @@ std::optional<std::string> encoded(std::string_view coding, std::string_view byt
     return std::nullopt;
   }
   out.resize(length);
+  return out;
+}
+
+std::optional<std::string> inflated(std::string_view bytes, size_t atMost) {
+  z_stream stream{};
+  if (inflateInit2(&stream, kEitherFormat) != Z_OK) return std::nullopt;
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  std::string out;
+  char piece[16 * 1024];
+  int outcome = Z_OK;
+  while (outcome == Z_OK && out.size() <= atMost) {
+    stream.next_out = reinterpret_cast<Bytef*>(piece);
+    stream.avail_out = sizeof(piece);
+    outcome = inflate(&stream, Z_NO_FLUSH);
+    out.append(piece, sizeof(piece) - stream.avail_out);
+  }
+  const bool whole = outcome == Z_STREAM_END && stream.avail_in == 0 && out.size() <= atMost;
+  inflateEnd(&stream);
+  if (!whole) return std::nullopt;
   return out;
 }
 

@@ -27,7 +27,8 @@ bool PreparedReply::lacks(std::string_view name) const {
   return !headers.has(name) && std::none_of(absent.begin(), absent.end(), same);
 }
 
-PreparedReply prepareReply(const ReplyPlan& plan, const Exchange& exchange, const RequestTypes& types) {
+PreparedReply prepareReply(const ReplyPlan& plan, const Exchange& exchange, const RequestTypes& types,
+                           const Compression& compression) {
   PreparedReply reply;
   reply.status = plan.status;
   reply.reason = plan.reason.empty() ? reasonPhrase(plan.status) : plan.reason;
@@ -42,21 +43,25 @@ PreparedReply prepareReply(const ReplyPlan& plan, const Exchange& exchange, cons
   if (plan.body) {
     content.bytes = *plan.body;
   } else if (exchange.bodyComplete && exchange.post.header.version != 0) {
-    content = answerPost(exchange, types);
+    content = answerPost(exchange, types, compression);
   }
   reply.goodBytes = content.bytes.size();
   if (!plan.changes.empty()) {
     const std::string unchanged = content.bytes;
     for (const BodyChange& change : plan.changes) change(content);
+    reply.spoiledAnswer = content.spoiledAnswer;
     const size_t common = std::min(unchanged.size(), content.bytes.size());
     const auto end = unchanged.begin() + static_cast<std::ptrdiff_t>(common);
-    reply.goodBytes = static_cast<size_t>(std::mismatch(unchanged.begin(), end, content.bytes.begin()).first -
-                                          unchanged.begin());
+    const auto differs = std::mismatch(unchanged.begin(), end, content.bytes.begin()).first;
+    // A spoiled answer leaves those behind it as good as they were.
+    reply.goodBytes =
+        content.spoiledAnswer ? content.bytes.size() : static_cast<size_t>(differs - unchanged.begin());
   }
   if (plan.truncateAt && *plan.truncateAt < content.bytes.size()) content.bytes.resize(*plan.truncateAt);
   if (plan.status >= 300 || reply.headers.value("Content-Type") != kProtocolType) reply.goodBytes = 0;
   reply.body = std::move(content.bytes);
   reply.answerEnds = std::move(content.answerEnds);
+  reply.notes = std::move(content.notes);
   reply.declaredLength = plan.declaredLength.value_or(reply.body.size());
   return reply;
 }

@@ -28,12 +28,16 @@ struct PreparedReply {
   // accept; else 0.
   size_t goodBytes = 0;
 
+  std::optional<uint64_t> spoiledAnswer;
+  std::vector<std::string> notes;  // of the request types
+
   // Whether a field that the protocol would add by itself is still to be added.
   bool lacks(std::string_view name) const;
 };
 
 // Runs the answer writers and the plan's changes; throws what they throw.
-PreparedReply prepareReply(const ReplyPlan& plan, const Exchange& exchange, const RequestTypes& types);
+PreparedReply prepareReply(const ReplyPlan& plan, const Exchange& exchange, const RequestTypes& types,
+                           const Compression& compression);
 
 const char* reasonPhrase(int status);
 // The present moment as an HTTP date (RFC 9110, 5.6.7), kept for a second.

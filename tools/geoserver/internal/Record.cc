@@ -20,7 +20,8 @@ void Record::began(const std::shared_ptr<Exchange>& exchange) {
   });
 }
 
-void Record::received(Exchange& exchange, std::shared_ptr<const std::string> body, Post post) {
+void Record::received(Exchange& exchange, std::shared_ptr<const std::string> body, Post post,
+                      PostReading reading) {
   change([&](Counters& counters) {
     exchange.bodyArrived = ExchangeClock::now();
     exchange.bodyBytes = body->size();
@@ -28,6 +29,10 @@ void Record::received(Exchange& exchange, std::shared_ptr<const std::string> bod
     if (exchange.ending == Ending::none || _level == RecordLevel::everything) exchange.body = std::move(body);
     exchange.bodyComplete = true;
     exchange.post = std::move(post);
+    exchange.identity = std::move(reading.identity);
+    exchange.clientFaults = std::move(reading.faults);
+    counters.unknownCookies += exchange.identity.cookie == CookieStanding::unknown;
+    counters.clientFaults += !exchange.clientFaults.empty();
     ++counters.exchangesReceived;
     counters.requestsReceived += exchange.post.requests.size();
   });

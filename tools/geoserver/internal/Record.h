@@ -10,6 +10,7 @@
 
 #include "tools/geoserver/Exchange.h"
 #include "tools/geoserver/ServerOptions.h"
+#include "tools/geoserver/internal/PostReading.h"
 
 namespace nvxcore::geoserver {
 
@@ -21,7 +22,7 @@ class Record {
 
   // Loop thread.
   void began(const std::shared_ptr<Exchange>& exchange);
-  void received(Exchange& exchange, std::shared_ptr<const std::string> body, Post post);
+  void received(Exchange& exchange, std::shared_ptr<const std::string> body, Post post, PostReading reading);
   void ended(Exchange& exchange, Ending ending);
   // Changes fields of an exchange, or of the counters, that other threads may be looking at.
   template <class Change>

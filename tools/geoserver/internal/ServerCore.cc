@@ -9,12 +9,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
 #include <utility>
 
 #include "tools/geoserver/BuiltInHandlers.h"
+#include "tools/geoserver/StandardTypes.h"
 #include "tools/geoserver/internal/Connection.h"
 #include "tools/geoserver/internal/Http1Protocol.h"
 #include "tools/geoserver/internal/Http2Protocol.h"
@@ -36,9 +38,13 @@ int spareDescriptor() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
 ServerCore::ServerCore(ServerOptions options)
     : _options(std::move(options)),
+      _office(std::make_shared<IdentityOffice>(_options.identity)),
       _record(_options.record),
       _readBuffer(kReadBufferBytes),
       _config(std::make_shared<const Config>()) {
+  configure([this](Config& config) {
+    registerStandardTypes(config.types, _office, std::make_shared<const ContentFolder>(_options.folder));
+  });
   if (_options.tls) _tls = std::make_unique<TlsContext>(_options);
   listen();
   _spare = spareDescriptor();
@@ -136,10 +142,30 @@ void ServerCore::enqueue(ReplyPlan plan) {
   _queue.push_back(std::move(plan));
 }
 
+void ServerCore::failRequests(uint16_t id, ReplyPlan plan, uint64_t times) {
+  if (times == 0) return;
+  std::lock_guard lock(_mutex);
+  _typeFailures.push_back({id, std::move(plan), times});
+}
+
+std::optional<ReplyPlan> ServerCore::takeTypeFailure(const Post& post) {
+  std::lock_guard lock(_mutex);
+  for (auto failure = _typeFailures.begin(); failure != _typeFailures.end(); ++failure) {
+    const auto isOfType = [&](const PostRequest& request) { return request.id == failure->id; };
+    if (std::none_of(post.requests.begin(), post.requests.end(), isOfType)) continue;
+    ReplyPlan plan = failure->plan;
+    if (--failure->left == 0) _typeFailures.erase(failure);
+    return plan;
+  }
+  return std::nullopt;
+}
+
 void ServerCore::clearQueue() {
   std::deque<ReplyPlan> dropped;
+  std::deque<TypeFailure> droppedFailures;
   std::lock_guard lock(_mutex);
   dropped.swap(_queue);
+  droppedFailures.swap(_typeFailures);
 }
 
 void ServerCore::onEvents(uint32_t) {
@@ -220,6 +246,7 @@ std::optional<ReplyPlan> ServerCore::planAtHead(const Exchange& exchange) {
 }
 
 ReplyPlan ServerCore::planAtEnd(const Exchange& exchange) {
+  if (auto plan = takeTypeFailure(exchange.post)) return std::move(*plan);
   const auto config = this->config();
   if (config->script) {
     if (auto plan = config->script(exchange)) return std::move(*plan);

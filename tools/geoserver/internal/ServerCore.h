@@ -48,9 +48,11 @@ class ServerCore final : private EventLoop::Watcher {
   std::shared_ptr<const Config> config() const;
   void configure(const std::function<void(Config&)>& change);
   void enqueue(ReplyPlan plan);
+  void failRequests(uint16_t id, ReplyPlan plan, uint64_t times);
   void clearQueue();
   const ServerOptions& options() const { return _options; }
   Record& record() { return _record; }
+  IdentityOffice& office() { return *_office; }
   void onLoop(EventLoop::Task task) { _loop.post(std::move(task)); }
   void stopListening();
 
@@ -67,6 +69,13 @@ class ServerCore final : private EventLoop::Watcher {
   void exchangeEnded(Exchange& exchange, Ending ending);
 
  private:
+  struct TypeFailure {
+    uint16_t id;
+    ReplyPlan plan;
+    uint64_t left;
+  };
+
+  std::optional<ReplyPlan> takeTypeFailure(const Post& post);
   void onEvents(uint32_t events) override;
   void listen();
   void accept(int socket);
@@ -74,6 +83,7 @@ class ServerCore final : private EventLoop::Watcher {
   void run();
 
   const ServerOptions _options;
+  const std::shared_ptr<IdentityOffice> _office;
   Record _record;
   Gates _gates;
   EventLoop _loop;
@@ -88,6 +98,7 @@ class ServerCore final : private EventLoop::Watcher {
   mutable std::mutex _mutex;  // guards what follows
   std::shared_ptr<const Config> _config;
   std::deque<ReplyPlan> _queue;
+  std::deque<TypeFailure> _typeFailures;
 
   std::mutex _stopMutex;
   std::thread _thread;

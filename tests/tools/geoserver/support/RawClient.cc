@@ -117,7 +117,7 @@ std::string postBody(size_t count, size_t payload) {
   writer.writeLong(7);
   for (const char* text : {"en", "linux:test", "1.0", "channel"}) writer.writeUtf(text);
   for (size_t i = 0; i < count; ++i) {
-    writer.writeShort(39);
+    writer.writeShort(kEchoType);
     writer.writeCountedBytes(std::string(payload, static_cast<char>('a' + i % 26)));
   }
   return body;

@@ -44,7 +44,10 @@ class RawClient {
 
 inline constexpr std::chrono::seconds kPatience{20};
 
-// A POST of the connection's protocol with a good head, and `count` requests of type 39 with `payload` bytes
+// A request type that no server knows.
+inline constexpr uint16_t kEchoType = 239;
+
+// A POST of the connection's protocol with a good head, and `count` requests of type 239 with `payload` bytes
 // each.
 std::string postBody(size_t count, size_t payload);
 // The reply that it gets.
