@@ -5,6 +5,7 @@
 //   queue that is
 //                 not the main one; the time from handing it in to the handler's call
 //   batch/50:     POSTs of 50 requests, four in flight, handlers on a named queue; items are requests
+//   messages/50:  the same with requests that send and get a message each, beside those of batch/50
 //   single/1:     POSTs of one request over one kept-alive easy handle; items are requests
 
 #include <benchmark/benchmark.h>
@@ -20,7 +21,9 @@
 #include "benchmarks/support/ServerProcess.h"
 #include "nvxcore/connection/NVXDASHBlocksRequest.h"
 #include "nvxcore/connection/NVXDASHConnectionImpl.h"
+#include "nvxcore/connection/NVXDASHProtobufferRequest.h"
 #include "nvxcore/foundation/base/NVXSystemClock.h"
+#include "nvxcore/message/schema/resource.pb.h"
 #include "nvxcore/platform/Semaphore.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcher.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcherService.h"
@@ -34,7 +37,7 @@ constexpr int kInFlight = 4;
 constexpr int kRequests = 50;
 constexpr int kBatches = 200;
 const std::string kUserAgent = "bench/1";
-const std::string kPayload(40, 'p');
+const std::string kPayload = "\x22\x26" + std::string(38, 'p');  // a message: 38 characters of a URL
 
 void require(bool held, const char* what) {
   if (held) return;
@@ -113,7 +116,8 @@ void smallPostPeer(benchmark::State& state) {
 /// Sends one batch behind the other, four at a time.
 class Batches {
  public:
-  explicit Batches(NVXDASHConnectionRef connection) : _connection(std::move(connection)) {
+  Batches(NVXDASHConnectionRef connection, bool sendsMessages)
+      : _connection(std::move(connection)), _sendsMessages(sendsMessages) {
     for (Batch& batch : _inFlight) batch.owner = this;
   }
 
@@ -138,19 +142,37 @@ class Batches {
     batch.left = kRequests;
     _connection->suspendSending();
     for (int i = 0; i < kRequests; ++i) {
-      _connection->sendRequest(
-          NVXDASHBlocksRequest::requestWithID(239, _payload, [&batch](utils::JavaDataInput* input) {
-            Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
-            batch.owner->_handlers->post(
-                [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer); });
-            return true;
-          }));
+      if (_sendsMessages) {
+        _connection->sendRequest(messageRequest(batch));
+      } else {
+        _connection->sendRequest(bareRequest(batch));
+      }
     }
     _connection->resumeSending();
   }
 
-  void answered(Batch& batch, const Data& answer) {
-    require(answer.length() == kPayload.size(), "an answer has another length");
+  NVXDASHConnectionRequestRef bareRequest(Batch& batch) {
+    return NVXDASHBlocksRequest::requestWithID(239, _payload, [&batch](utils::JavaDataInput* input) {
+      Data answer = input->ReadDataOfLength(static_cast<size_t>(input->ReadInt()));
+      batch.owner->_handlers->post(
+          [&batch, answer = std::move(answer)] { batch.owner->answered(batch, answer.length()); });
+      return true;
+    });
+  }
+
+  NVXDASHConnectionRequestRef messageRequest(Batch& batch) {
+    auto message = NVXx_ZLCResourceRequestProto::message();
+    message->setUrl(_url);
+    return NVXDASHProtobufferRequest::requestWithID<NVXx_ZLCResourceRequestProto>(
+        239, message, _handlers,
+        [&batch](const Ref<NVXx_ZLCResourceRequestProto>& response, const Error& error) {
+          require(response && !error, "an answer is no message");
+          batch.owner->answered(batch, response->url().size() + 2);
+        });
+  }
+
+  void answered(Batch& batch, size_t length) {
+    require(length == kPayload.size(), "an answer has another length");
     if (--batch.left > 0) return;
     if (++_ended == kBatches) return _done.signal();
     send(batch);
@@ -158,7 +180,9 @@ class Batches {
 
   const NVXDASHConnectionRef _connection;
   const QueueRef _handlers = Queue::serial("bench.handlers");
+  const bool _sendsMessages;
   const Data _payload = payload();
+  const std::string _url = kPayload.substr(2);
   Semaphore _done{0};
   // Of the handlers' queue.
   Batch _inFlight[kInFlight];
@@ -166,14 +190,15 @@ class Batches {
   int _ended = 0;
 };
 
-void batchOurs(benchmark::State& state) {
+void batchOurs(benchmark::State& state, bool sendsMessages) {
   auto connection = makeConnection();
   connection->fetcherService()->setCallbackQueue(Queue::serial("bench.callbacks"));
-  Batches batches{connection};
+  Batches batches(connection, sendsMessages);
   for (auto _ : state) batches.run();
   state.SetItemsProcessed(state.iterations() * kBatches * kRequests);
   require(connection->drain(10), "POSTs are left");
   connection->fetcherService()->resetSession();
+  if (sendsMessages) state.counters["bar"] = 1 / 0.75;
 }
 
 void batchPeer(benchmark::State& state) {
@@ -207,8 +232,10 @@ void singlePeer(benchmark::State& state) {
 
 BENCHMARK(smallPostOurs)->Name("post/small/ours")->UseRealTime();
 BENCHMARK(smallPostPeer)->Name("post/small/peer")->UseRealTime();
-BENCHMARK(batchOurs)->Name("batch/50/ours")->UseRealTime();
+BENCHMARK_CAPTURE(batchOurs, bare, false)->Name("batch/50/ours")->UseRealTime();
 BENCHMARK(batchPeer)->Name("batch/50/peer")->UseRealTime();
+BENCHMARK_CAPTURE(batchOurs, messages, true)->Name("messages/50/ours")->UseRealTime();
+BENCHMARK_CAPTURE(batchOurs, bare_again, false)->Name("messages/50/peer")->UseRealTime();
 BENCHMARK(singlePeer)->Name("single/1/peer")->UseManualTime();
 
 BENCHMARK_MAIN();

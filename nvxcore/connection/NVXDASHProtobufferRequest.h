@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "nvxcore/connection/NVXDASHConnectionRequest.h"
@@ -52,13 +53,19 @@ class NVXCORE_EXPORT NVXDASHProtobufferRequest
                                                                   Ref<NVXx_PBGeneratedMessage> protobuffer,
                                                                   QueueRef handlerQueue,
                                                                   TypedHandler handler) {
-    return requestWithID(
-        requestID, std::move(protobuffer), &Response::messageClass(), std::move(handlerQueue),
-        [handler = std::move(handler)](const Ref<NVXx_PBGeneratedMessage>& response, const Error& error) {
-          // A hook may have put a message of another class there.
-          const bool fits = response && &response->classOfMessage() == &Response::messageClass();
-          handler(Ref<Response>(fits ? static_cast<Response*>(response.get()) : nullptr), error);
-        });
+    Handler untyped;
+    bool isThere = true;
+    if constexpr (std::is_constructible_v<bool, const TypedHandler&>) isThere = static_cast<bool>(handler);
+    if (isThere) {
+      untyped = [handler = std::move(handler)](const Ref<NVXx_PBGeneratedMessage>& response,
+                                               const Error& error) {
+        // A hook may have put a message of another class there.
+        const bool fits = response && &response->classOfMessage() == &Response::messageClass();
+        handler(Ref<Response>(fits ? static_cast<Response*>(response.get()) : nullptr), error);
+      };
+    }
+    return requestWithID(requestID, std::move(protobuffer), &Response::messageClass(),
+                         std::move(handlerQueue), std::move(untyped));
   }
 
   // Hooks are for the whole process, and there is no lock: they are to be in place before any request is

@@ -53,6 +53,9 @@ TEST_F(ProtobufferRequestTest, WithoutAMessageAClassAQueueOrAHandler) {
   };
   const auto bare = NVXDASHProtobufferRequest::requestWithID(39, nullptr, nullptr, handlers, count);
   const auto unheard = NVXDASHProtobufferRequest::requestWithID(39, messageWithURL("x"), echo, handlers, {});
+  EXPECT_FALSE(NVXDASHProtobufferRequest::requestWithID<Echo>(
+                   39, messageWithURL("x"), handlers, std::function<void(const Ref<Echo>&, const Error&)>())
+                   ->handler());
   answer = [](const std::string& payload) { return plain(payload.empty() ? "passed over" : payload); };
   sendAndSettle({bare, unheard, request("last")});
   EXPECT_EQ(calls, 1);

@@ -1,5 +1,7 @@
 #include "tools/geoserver/Exchange.h"
 
+#include <cstdio>
+
 namespace nvxcore::geoserver {
 
 const char* endingName(Ending ending) {
@@ -46,8 +48,10 @@ std::string Exchange::summary() const {
   if (fault != FaultKind::none) line += ", " + plan;
   line += ", " + std::string(endingName(ending));
   if (!handlerError.empty()) line += " (" + handlerError + ")";
-  const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(ended - headArrived).count();
-  return line + " after " + std::to_string(millis) + " ms";
+  const std::chrono::duration<double, std::milli> taken = ended - headArrived;
+  char time[32];
+  std::snprintf(time, sizeof(time), "%.1f", taken.count());
+  return line + " after " + time + " ms";
 }
 
 }  // namespace nvxcore::geoserver

@@ -22,10 +22,13 @@ int64_t IdentityOffice::nextCookieLocked() {
 }
 
 int64_t IdentityOffice::issueCookie() {
-  std::lock_guard lock(_mutex);
-  int64_t cookie = nextCookieLocked();
-  while (cookie == 0 || !_known.insert(cookie).second) cookie = nextCookieLocked();
-  _issued.push_back(cookie);
+  int64_t cookie = 0;
+  {
+    std::lock_guard lock(_mutex);
+    while (cookie == 0 || !_known.insert(cookie).second) cookie = nextCookieLocked();
+    _issued.push_back(cookie);
+  }
+  if (_options.onCookie) _options.onCookie(cookie);
   return cookie;
 }
 

@@ -20,6 +20,8 @@ struct IdentityOptions {
   // Cookies are counted from here; with a seed they are scattered, the same ones for the same seed.
   int64_t firstCookie = 0x1122334455667788;
   std::optional<uint64_t> cookieSeed;
+  // Told of each cookie when it is issued, on the loop thread.
+  std::function<void(int64_t)> onCookie;
   // Milliseconds since 1970, for the tokens; the system's clock when empty.
   std::function<uint64_t()> currentTimeMillis;
 };

@@ -4,6 +4,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "tools/geoserver/FaultScript.h"
@@ -36,6 +38,7 @@ constexpr const char* kUsage =
     "  --compress-as F  gzip, the default, or zlib\n"
     "  --cohort NAME    tell clients of that cohort; an empty one tells none\n"
     "  --country CC     tell clients of that legal country\n"
+    "  --cookies FILE   know the cookies in the file, and add those that are issued\n"
     "  --cookie-seed N  issue the same cookies each time; else they differ from run to run\n"
     "  --fail ID:STATUS:TIMES  answer the next TIMES POSTs with a request of type ID with that HTTP status;\n"
     "                   may be given several times\n"
@@ -61,6 +64,7 @@ struct Arguments {
   ServerOptions server;
   std::optional<LogLevel> log = LogLevel::brief;
   std::vector<TypeFailure> failures;
+  std::string cookieFile;
   bool help = false;
   std::optional<uint64_t> faultSeed;
 };
@@ -144,6 +148,8 @@ Arguments parseArguments(int count, char** values) {
       if (server.identity.cohort->empty()) server.identity.cohort.reset();
     } else if (option == "--country") {
       server.identity.legalCountry = value();
+    } else if (option == "--cookies") {
+      arguments.cookieFile = value();
     } else if (option == "--cookie-seed") {
       server.identity.cookieSeed = numberArgument(option, value());
     } else if (option == "--fail") {
@@ -184,7 +190,29 @@ std::string timeOfDay() {
   return text;
 }
 
-void serve(const Arguments& arguments) {
+// Cookies of this run and of those before, one on a line in hexadecimal.
+class CookieFile {
+ public:
+  explicit CookieFile(const std::string& path) : _file(std::fopen(path.c_str(), "a+e"), std::fclose) {
+    if (!_file) throw std::system_error(errno, std::generic_category(), path);
+    std::rewind(_file.get());
+    unsigned long long cookie = 0;
+    while (std::fscanf(_file.get(), "%llx", &cookie) == 1) _cookies.push_back(static_cast<int64_t>(cookie));
+    if (!std::feof(_file.get())) throw std::runtime_error(path + " is no list of cookies");
+  }
+
+  const std::vector<int64_t>& cookies() const { return _cookies; }
+  void add(int64_t cookie) {
+    std::fprintf(_file.get(), "%016llx\n", static_cast<unsigned long long>(cookie));
+    std::fflush(_file.get());
+  }
+
+ private:
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> _file;
+  std::vector<int64_t> _cookies;
+};
+
+void serve(Arguments arguments) {
   // Blocked before the server's thread starts, so that they come to the descriptor alone.
   sigset_t ends;
   sigemptyset(&ends);
@@ -193,7 +221,15 @@ void serve(const Arguments& arguments) {
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 
   std::unique_ptr<FaultScript> script;
+  std::optional<CookieFile> cookies;
+  if (!arguments.cookieFile.empty()) {
+    cookies.emplace(arguments.cookieFile);
+    arguments.server.identity.onCookie = [&cookies](int64_t cookie) { cookies->add(cookie); };
+  }
   GeoServer server(arguments.server);
+  if (cookies) {
+    for (const int64_t cookie : cookies->cookies()) server.rememberCookie(cookie);
+  }
   if (arguments.log) {
     server.setObserver([&server, level = *arguments.log](const Exchange& exchange) {
       std::printf("%s %s", timeOfDay().c_str(), server.describe(exchange, level).c_str());

@@ -64,6 +64,28 @@ struct Stream {
   int (*endFunction)(z_streamp);
 };
 
+/// Without much room that nobody uses. A large buffer is copied rather than shrunk, or its pages would be
+/// given back to the system each time; what is spare at its end was never touched.
+Data fitted(MutableData&& output) {
+  constexpr size_t kLarge = 64 << 10;
+  const size_t spare = output.capacity() - output.length();
+  if (output.length() < kLarge) {
+    output.shrinkToFit();
+  } else if (spare > output.length()) {
+    return Data::copy(output.view());
+  }
+  return Data::take(std::move(output));
+}
+
+/// How much room to begin with. Gzip ends with the plain length, which is believed where it is likely.
+size_t guessedLength(const uint8_t* bytes, size_t length, bool isRawData) {
+  const size_t likely = length * 4;
+  if (isRawData || length < 18 || bytes[0] != 0x1F || bytes[1] != 0x8B) return likely;
+  const uint8_t* end = bytes + length;
+  const size_t claimed = end[-4] | end[-3] << 8 | end[-2] << 16 | static_cast<size_t>(end[-1]) << 24;
+  return claimed <= length * 8 ? claimed : likely;
+}
+
 Data compress(const void* bytes, size_t length, int level, int windowBits, Error* error) {
   Stream state(bytes, length, &deflateEnd);
   const int started =
@@ -73,40 +95,42 @@ Data compress(const void* bytes, size_t length, int level, int windowBits, Error
     return failWithResult(error, started);
   }
   // Small inputs have room for the worst case at once.
-  MutableData output(length < 16384 ? length + length / 1024 + 64 : length / 2);
+  MutableData output(length < 16384 ? length + length / 1024 + 64 : length / 4);
   for (;;) {
     const int result =
         state.into(output, SIZE_MAX, [](z_streamp stream) { return deflate(stream, Z_FINISH); });
     if (result == Z_STREAM_END) break;
     if (result != Z_OK) return failWithResult(error, result);
   }
-  output.shrinkToFit();
-  return Data::take(std::move(output));
+  return fitted(std::move(output));
 }
 
-Data inflateAll(const void* bytes, size_t length, int windowBits, size_t limit, Error* error) {
+Data inflateAll(const void* bytes, size_t length, bool isRawData, size_t limit, Error* error) {
   Stream state(bytes, length, &inflateEnd);
-  const int started = inflateInit2(&state.stream, windowBits);
+  const int started = inflateInit2(&state.stream, isRawData ? kRawWindowBits : kGzipOrZlibWindowBits);
   if (started != Z_OK) {
     state.endFunction = nullptr;
     return failWithResult(error, started);
   }
   // With one byte more than the limit it shows that there is more.
   const size_t end = limit == SIZE_MAX ? limit : limit + 1;
-  MutableData output(std::clamp(length * 4, std::min<size_t>(end, 512), end));
+  const size_t guess = guessedLength(static_cast<const uint8_t*>(bytes), length, isRawData);
+  MutableData output(std::clamp(guess, std::min<size_t>(end, 64), end));
   for (;;) {
-    const int result = state.into(output, end, [](z_streamp stream) { return inflate(stream, Z_NO_FLUSH); });
+    // Z_FINISH spares zlib its window where all fits at once. Then Z_BUF_ERROR alone does not say that the
+    // input has ended early: there may have been no room.
+    const int result = state.into(output, end, [](z_streamp stream) { return inflate(stream, Z_FINISH); });
     if (output.length() > limit)
       return failWithResult(error, Z_MEM_ERROR, "inflates to more than " + std::to_string(limit) + " bytes");
     if (result == Z_STREAM_END) break;
+    if (result == Z_BUF_ERROR && state.stream.avail_out == 0) continue;
     if (result != Z_OK) return failWithResult(error, result, state.stream.msg ? state.stream.msg : "");
   }
   if (state.stream.avail_in) {
     return fail(error, kHTKNSDataZlibErrorRemainingBytes,
                 {{NVXx_HTKNSDataZlibRemainingBytesKey, state.stream.avail_in}});
   }
-  output.shrinkToFit();
-  return Data::take(std::move(output));
+  return fitted(std::move(output));
 }
 
 }  // namespace
@@ -133,8 +157,7 @@ Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length, bool isRawD
   if (error) *error = Error();
   if (!bytes || length == 0 || length > kLongestInput) return {};
   try {
-    return inflateAll(bytes, length, isRawData ? kRawWindowBits : kGzipOrZlibWindowBits,
-                      NVXx_htk_inflatedLengthLimit(), error);
+    return inflateAll(bytes, length, isRawData, NVXx_htk_inflatedLengthLimit(), error);
   } catch (const std::bad_alloc&) {
     return failWithResult(error, Z_MEM_ERROR);
   }
@@ -147,29 +170,17 @@ void NVXx_htk_setInflatedLengthLimit(size_t bytes) {
 size_t NVXx_htk_inflatedLengthLimit() { return inflatedLengthLimit.load(std::memory_order_relaxed); }
 
 #define NVX_HTK_COMPRESSION(name, mode)                                                            \
-  Data NVXx_htk_dataBy##name##Bytes(const void* bytes, size_t length) {                            \
-    return NVXx_htk_dataBy##name##Bytes(bytes, length, kHTKDefaultCompressionLevel, nullptr);      \
-  }                                                                                                \
   Data NVXx_htk_dataBy##name##Bytes(const void* bytes, size_t length, Error* error) {              \
     return NVXx_htk_dataBy##name##Bytes(bytes, length, kHTKDefaultCompressionLevel, error);        \
-  }                                                                                                \
-  Data NVXx_htk_dataBy##name##Bytes(const void* bytes, size_t length, int compressionLevel) {      \
-    return NVXx_htk_dataBy##name##Bytes(bytes, length, compressionLevel, nullptr);                 \
   }                                                                                                \
   Data NVXx_htk_dataBy##name##Bytes(const void* bytes, size_t length, int level, Error* error) {   \
     return NVXx_htk_dataByCompressingBytes(bytes, length, level, HTKCompressionMode::mode, error); \
   }                                                                                                \
-  Data NVXx_htk_dataBy##name##Data(const Data& data) {                                             \
-    return NVXx_htk_dataBy##name##Bytes(data.bytes(), data.length());                              \
-  }                                                                                                \
   Data NVXx_htk_dataBy##name##Data(const Data& data, Error* error) {                               \
     return NVXx_htk_dataBy##name##Bytes(data.bytes(), data.length(), error);                       \
   }                                                                                                \
-  Data NVXx_htk_dataBy##name##Data(const Data& data, int compressionLevel) {                       \
-    return NVXx_htk_dataBy##name##Bytes(data.bytes(), data.length(), compressionLevel);            \
-  }                                                                                                \
-  Data NVXx_htk_dataBy##name##Data(const Data& data, int compressionLevel, Error* error) {         \
-    return NVXx_htk_dataBy##name##Bytes(data.bytes(), data.length(), compressionLevel, error);     \
+  Data NVXx_htk_dataBy##name##Data(const Data& data, int level, Error* error) {                    \
+    return NVXx_htk_dataBy##name##Bytes(data.bytes(), data.length(), level, error);                \
   }
 
 NVX_HTK_COMPRESSION(Gzipping, Gzip)
@@ -177,14 +188,8 @@ NVX_HTK_COMPRESSION(Deflating, Zlib)
 NVX_HTK_COMPRESSION(RawDeflating, Raw)
 #undef NVX_HTK_COMPRESSION
 
-Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length) {
-  return NVXx_htk_dataByInflatingBytes(bytes, length, false, nullptr);
-}
 Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length, Error* error) {
   return NVXx_htk_dataByInflatingBytes(bytes, length, false, error);
-}
-Data NVXx_htk_dataByInflatingData(const Data& data) {
-  return NVXx_htk_dataByInflatingBytes(data.bytes(), data.length(), false, nullptr);
 }
 Data NVXx_htk_dataByInflatingData(const Data& data, Error* error) {
   return NVXx_htk_dataByInflatingBytes(data.bytes(), data.length(), false, error);
@@ -195,9 +200,6 @@ Data NVXx_htk_dataByRawInflatingBytes(const void* bytes, size_t length) {
 }
 Data NVXx_htk_dataByRawInflatingBytes(const void* bytes, size_t length, Error* error) {
   return NVXx_htk_dataByInflatingBytes(bytes, length, true, error);
-}
-Data NVXx_htk_dataByRawInflatingData(const Data& data) {
-  return NVXx_htk_dataByInflatingBytes(data.bytes(), data.length(), true, nullptr);
 }
 Data NVXx_htk_dataByRawInflatingData(const Data& data, Error* error) {
   return NVXx_htk_dataByInflatingBytes(data.bytes(), data.length(), true, error);

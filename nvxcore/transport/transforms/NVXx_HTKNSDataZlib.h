@@ -44,50 +44,44 @@ NVXCORE_EXPORT void NVXx_htk_setInflatedLengthLimit(size_t bytes);
 NVXCORE_EXPORT size_t NVXx_htk_inflatedLengthLimit();
 
 // To gzip.
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingBytes(const void* bytes, size_t length);
 NVXCORE_EXPORT Data NVXx_htk_dataByGzippingBytes(const void* bytes, size_t length, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingBytes(const void* bytes, size_t length, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingBytes(const void* bytes, size_t length, int compressionLevel,
-                                                 Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingData(const Data& data);
+NVXCORE_EXPORT Data NVXx_htk_dataByGzippingBytes(const void* bytes, size_t length,
+                                                 int compressionLevel = kHTKDefaultCompressionLevel,
+                                                 Error* error = nullptr);
 NVXCORE_EXPORT Data NVXx_htk_dataByGzippingData(const Data& data, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingData(const Data& data, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByGzippingData(const Data& data, int compressionLevel, Error* error);
+NVXCORE_EXPORT Data NVXx_htk_dataByGzippingData(const Data& data,
+                                                int compressionLevel = kHTKDefaultCompressionLevel,
+                                                Error* error = nullptr);
 
 // To zlib's format.
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingBytes(const void* bytes, size_t length);
 NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingBytes(const void* bytes, size_t length, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingBytes(const void* bytes, size_t length, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingBytes(const void* bytes, size_t length, int compressionLevel,
-                                                  Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingData(const Data& data);
+NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingBytes(const void* bytes, size_t length,
+                                                  int compressionLevel = kHTKDefaultCompressionLevel,
+                                                  Error* error = nullptr);
 NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingData(const Data& data, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingData(const Data& data, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingData(const Data& data, int compressionLevel, Error* error);
+NVXCORE_EXPORT Data NVXx_htk_dataByDeflatingData(const Data& data,
+                                                 int compressionLevel = kHTKDefaultCompressionLevel,
+                                                 Error* error = nullptr);
 
 // To raw deflate.
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingBytes(const void* bytes, size_t length);
 NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingBytes(const void* bytes, size_t length, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingBytes(const void* bytes, size_t length, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingBytes(const void* bytes, size_t length, int compressionLevel,
-                                                     Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingData(const Data& data);
+NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingBytes(const void* bytes, size_t length,
+                                                     int compressionLevel = kHTKDefaultCompressionLevel,
+                                                     Error* error = nullptr);
 NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingData(const Data& data, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingData(const Data& data, int compressionLevel);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingData(const Data& data, int compressionLevel, Error* error);
+NVXCORE_EXPORT Data NVXx_htk_dataByRawDeflatingData(const Data& data,
+                                                    int compressionLevel = kHTKDefaultCompressionLevel,
+                                                    Error* error = nullptr);
 
 // From zlib's format or gzip, as the header tells. Nothing, without an error, for an input of more than
 // 4,294,967,295 bytes.
-NVXCORE_EXPORT Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length);
-NVXCORE_EXPORT Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByInflatingData(const Data& data);
-NVXCORE_EXPORT Data NVXx_htk_dataByInflatingData(const Data& data, Error* error);
+NVXCORE_EXPORT Data NVXx_htk_dataByInflatingBytes(const void* bytes, size_t length, Error* error = nullptr);
+NVXCORE_EXPORT Data NVXx_htk_dataByInflatingData(const Data& data, Error* error = nullptr);
 
 // From raw deflate.
 /// Unlike its siblings this one expects zlib's format or gzip; callers rely on it.
 NVXCORE_EXPORT Data NVXx_htk_dataByRawInflatingBytes(const void* bytes, size_t length);
 NVXCORE_EXPORT Data NVXx_htk_dataByRawInflatingBytes(const void* bytes, size_t length, Error* error);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawInflatingData(const Data& data);
-NVXCORE_EXPORT Data NVXx_htk_dataByRawInflatingData(const Data& data, Error* error);
+NVXCORE_EXPORT Data NVXx_htk_dataByRawInflatingData(const Data& data, Error* error = nullptr);
 
 }  // namespace nvxcore

@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "support/CurlClient.h"
 #include "support/PostBuilder.h"
 
 namespace nvxcore::geoserver {
@@ -129,15 +130,21 @@ TEST(IdentityTest, PropertiesAreAnsweredWithWhatTheClientLacks) {
 
 // Two descriptors by hand: producer 12 and radius 1; a loc in text that is no ASCII.
 TEST(IdentityTest, DescriptorsOfXGeoAreKept) {
-  GeoServer server;
-  PostReply(server, PostBuilder(), "X-Geo: w EAw9AACAPw w IgLDqQ\r\n");
-  ASSERT_TRUE(server.waitForEndedCount(1, kPatience));
-  const Exchange exchange = server.exchanges().back();
-  EXPECT_TRUE(exchange.clientFaults.empty());
-  ASSERT_EQ(exchange.identity.locationDescriptors.size(), 2u);
-  EXPECT_EQ(exchange.identity.locationDescriptors[0].number("producer"), 12u);
-  EXPECT_EQ(exchange.identity.locationDescriptors[0].real("radius"), 1.0f);
-  EXPECT_EQ(exchange.identity.locationDescriptors[1].text("loc"), "\xC3\xA9");
+  for (const bool http2 : {false, true}) {
+    ServerOptions options;
+    options.tls = http2;
+    GeoServer server(options);
+    CurlClient client(server);
+    client.run({.body = PostBuilder().bytes(), .headers = {"X-Geo: w EAw9AACAPw w IgLDqQ"}});
+    ASSERT_TRUE(server.waitForEndedCount(1, kPatience));
+    const Exchange exchange = server.exchanges().back();
+    EXPECT_EQ(exchange.version, http2 ? "HTTP/2" : "HTTP/1.1");
+    EXPECT_TRUE(exchange.clientFaults.empty());
+    ASSERT_EQ(exchange.identity.locationDescriptors.size(), 2u);
+    EXPECT_EQ(exchange.identity.locationDescriptors[0].number("producer"), 12u);
+    EXPECT_EQ(exchange.identity.locationDescriptors[0].real("radius"), 1.0f);
+    EXPECT_EQ(exchange.identity.locationDescriptors[1].text("loc"), "\xC3\xA9");
+  }
 }
 
 TEST(IdentityTest, MalformedXGeoIsTheClientsFault) {

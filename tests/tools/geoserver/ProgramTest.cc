@@ -88,6 +88,24 @@ TEST(ProgramTest, ServesAFolderUntilItIsSignalled) {
   }
 }
 
+TEST(ProgramTest, CookiesOutliveARun) {
+  std::string file = ::testing::TempDir() + "geoserver-cookies-XXXXXX";
+  close(mkstemp(file.data()));
+  int64_t cookie = 0;
+  for (const bool again : {false, true}) {
+    Program program({"--cookies", file});
+    RawClient client(program.port());
+    client.send(postRequest(PostBuilder(cookie).request(15).bytes()));
+    const std::string reply = bodyOf(client.readReply());
+    const int64_t issued = WireReader(std::string_view(reply).substr(4)).readLong();
+    EXPECT_NE(issued, cookie);
+    cookie = issued;
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.rest().find("unknown cookie"), std::string::npos) << again;
+  }
+  unlink(file.c_str());
+}
+
 TEST(ProgramTest, ArgumentsAreChecked) {
   const std::vector<std::vector<std::string>> wrong = {
       {"--port", "65536"},
@@ -102,6 +120,7 @@ TEST(ProgramTest, ArgumentsAreChecked) {
       {"--folder", ""},
       {"--folder", "/no/such/folder"},
       {"--unheard-of"},
+      {"--cookies", "/no/such/folder/file"},
   };
   for (const auto& arguments : wrong) {
     Program program(arguments);

@@ -68,6 +68,8 @@ TEST(WireMessageTest, BrokenBytesThrow) {
   for (const char* bytes : broken) EXPECT_THROW(WireMessage::parse(fromHex(bytes)), WireError) << bytes;
   EXPECT_NO_THROW(WireMessage::parse(std::string(64, '\x0B') + std::string(64, '\x0C')));
   EXPECT_THROW(WireMessage::parse(std::string(100000, '\x0B')), WireError);
+  EXPECT_NO_THROW(WireMessage::parse(std::string(2 * WireMessage::kMaxFields, '\x08')));
+  EXPECT_THROW(WireMessage::parse(std::string(2 * WireMessage::kMaxFields + 2, '\x08')), WireError);
 }
 
 TEST(WireMessageTest, FaultsAreFoundBeneathToo) {

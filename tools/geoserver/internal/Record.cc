@@ -46,6 +46,7 @@ void Record::ended(Exchange& exchange, Ending ending) {
     if (_level == RecordLevel::withoutBodies) {
       exchange.body = emptyBody();
       exchange.post.requests = {};
+      exchange.reply.reset();
     }
   });
 }

@@ -138,6 +138,7 @@ WireMessage WireMessage::parse(std::string_view bytes, const MessageSchema& sche
   WireMessage message(schema);
   Cursor cursor(bytes);
   while (!cursor.atEnd()) {
+    if (message._fields.size() == kMaxFields) throw WireError("message has too many fields");
     Field field;
     std::tie(field.number, field.type) = cursor.takeTag();
     switch (field.type) {

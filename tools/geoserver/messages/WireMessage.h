@@ -25,6 +25,8 @@ class WireMessage {
 
   // How deep groups and messages may lie in one another.
   static constexpr int kMaxDepth = 64;
+  // A field takes many times the bytes that it came in.
+  static constexpr size_t kMaxFields = 1 << 20;
 
   WireMessage() : WireMessage(schemas::unknown) {}
   explicit WireMessage(const MessageSchema& schema) : _schema(&schema) {}

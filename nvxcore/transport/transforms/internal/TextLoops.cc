@@ -124,10 +124,19 @@ void htkDecodeSixBits(const uint8_t*& in, const uint8_t* end, const int32_t* val
 void htkDecodeFourBits(const uint8_t*& in, const uint8_t* end, const int32_t* values, uint8_t*& out) {
   const uint8_t* p = in;
   uint8_t* to = out;
+  const auto byteAt = [&](size_t i) { return values[p[i]] << 4 | values[p[i + 1]]; };
+  for (; end - p >= 8; p += 8, to += 4) {
+    const int32_t a = byteAt(0), b = byteAt(2), c = byteAt(4), d = byteAt(6);
+    if ((a | b | c | d) < 0) break;
+    to[0] = static_cast<uint8_t>(a);
+    to[1] = static_cast<uint8_t>(b);
+    to[2] = static_cast<uint8_t>(c);
+    to[3] = static_cast<uint8_t>(d);
+  }
   for (; end - p >= 2; p += 2, ++to) {
-    const int32_t high = values[p[0]], low = values[p[1]];
-    if ((high | low) < 0) break;
-    *to = static_cast<uint8_t>(high << 4 | low);
+    const int32_t byte = byteAt(0);
+    if (byte < 0) break;
+    *to = static_cast<uint8_t>(byte);
   }
   in = p;
   out = to;
@@ -137,9 +146,9 @@ bool htkIsASCII(std::string_view text) {
   constexpr uint64_t kHighBits = 0x8080808080808080;
   uint64_t all = 0;
   size_t at = 0;
-  for (uint64_t word; text.size() - at >= 8; at += 8) {
-    std::memcpy(&word, text.data() + at, 8);
-    all |= word;
+  for (uint64_t words[4]; text.size() - at >= sizeof words; at += sizeof words) {
+    std::memcpy(words, text.data() + at, sizeof words);
+    all |= (words[0] | words[1]) | (words[2] | words[3]);
   }
   for (; at < text.size(); ++at) all |= static_cast<uint8_t>(text[at]);
   return (all & kHighBits) == 0;
