@@ -32,7 +32,7 @@ void endSlice(PBBlock* block) {
 PBBlock* pbCopyBytes(const void* bytes, size_t length) {
   auto* block = ::new (BlockPool::allocate(sizeof(PBBlock) + length)) PBBlock;
   auto* contents = reinterpret_cast<uint8_t*>(block + 1);
-  if (length) std::memcpy(contents, bytes, length);
+  if (length) pbCopy(contents, static_cast<const uint8_t*>(bytes), length);
   block->bytes = contents;
   block->length = length;
   block->destroy = &endCopy;

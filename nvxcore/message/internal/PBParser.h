@@ -174,7 +174,8 @@ struct PBParser::Loop {
   bool place(const uint8_t*& bytes, size_t length) {
     if (!roomEnd) return true;
     if (static_cast<size_t>(roomEnd - room) < length) return false;
-    bytes = static_cast<const uint8_t*>(std::memcpy(room, bytes, length));
+    pbCopy(room, bytes, length);
+    bytes = room;
     room += length;
     return true;
   }

@@ -43,7 +43,7 @@ struct MemoryOut {
     }
   }
   void raw(const void* bytes, size_t length) {
-    if (length) std::memcpy(p, bytes, length);
+    if (length) pbCopy(p, static_cast<const uint8_t*>(bytes), length);
     p += length;
   }
   void tag(const PBEntry& entry) {
