@@ -58,26 +58,29 @@ void CurlTransfer::enter() {
   _pool->add(shared_from_this());
 }
 
+/// What has become known meanwhile; else the transfer goes on when it is.
+HostResolver::Addresses CurlTransfer::lookUp() {
+  return _pool->resolver().lookUp(
+      _request.host, weak_from_this(),
+      [weak = weak_from_this(), pool = _pool](const HostResolver::Addresses& addresses) {
+        pool->thread().post([weak, addresses] {
+          const auto self = weak.lock();
+          if (!self || self->_stage != Stage::Preparing) return;
+          if (addresses->empty())
+            return self->end(transferError(kURLErrorCannotFindHost, self->_request.url));
+          self->_addresses = addresses;
+          self->madeProgress();
+          self->prepare();
+        });
+      });
+}
+
 /// Sees to one thing after another that libcurl is not to wait for.
 void CurlTransfer::prepare() {
   if (!_request.host.empty() && !_addresses) {
     _addresses = _pool->resolver().known(_request.host);
-    if (!_addresses) {
-      _pool->resolver().lookUp(
-          _request.host, weak_from_this(),
-          [weak = weak_from_this(), pool = _pool](const HostResolver::Addresses& addresses) {
-            pool->thread().post([weak, addresses] {
-              const auto self = weak.lock();
-              if (!self || self->_stage != Stage::Preparing) return;
-              if (addresses->empty())
-                return self->end(transferError(kURLErrorCannotFindHost, self->_request.url));
-              self->_addresses = addresses;
-              self->madeProgress();
-              self->prepare();
-            });
-          });
-      return;
-    }
+    if (!_addresses) _addresses = lookUp();
+    if (!_addresses) return;
   }
   // The first piece tells whether the body has a length that its head can name.
   if (_pump && !_isPulled) return pullBody(kPieceLength);

@@ -70,6 +70,7 @@ class CurlTransfer final : public TransferSource, public std::enable_shared_from
   void begin();
   void enter();
   void prepare();
+  HostResolver::Addresses lookUp();
   void pullBody(size_t maxLength);
   void received(BodyPiece piece);
   void launch();

@@ -43,17 +43,21 @@ HostResolver::Addresses HostResolver::known(const std::string& host) {
   return entry != _entries.end() && now < entry->second.knownUntil ? entry->second.addresses : nullptr;
 }
 
-void HostResolver::lookUp(const std::string& host, std::weak_ptr<void> waiter, Handler handler) {
+HostResolver::Addresses HostResolver::lookUp(const std::string& host, std::weak_ptr<void> waiter,
+                                             Handler handler) {
+  const int64_t now = Platform::current().threading->monotonicNanos();
   {
     Lock lock(_lock);
     Entry& entry = _entries[host];
+    if (entry.addresses && now < entry.knownUntil) return entry.addresses;
     entry.waiters.push_back({std::move(waiter), std::move(handler)});
-    if (std::exchange(entry.isUnderWay, true)) return;
+    if (std::exchange(entry.isUnderWay, true)) return nullptr;
     _waiting.push_back(host);
-    if (_threads == kMaximumThreads) return;
+    if (_threads == kMaximumThreads) return nullptr;
     ++_threads;
   }
   Platform::current().threading->startThread("nvx.resolve", [self = shared_from_this()] { self->work(); });
+  return nullptr;
 }
 
 void HostResolver::work() {

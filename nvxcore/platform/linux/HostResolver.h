@@ -29,9 +29,9 @@ class HostResolver : public std::enable_shared_from_this<HostResolver> {
 
   /// The addresses when they are known from the last minute, else null.
   Addresses known(const std::string& host);
-  /// Calls `handler` once, on a thread of the resolver, unless `waiter` has gone by then. Look-ups of one
-  /// name share an answer.
-  void lookUp(const std::string& host, std::weak_ptr<void> waiter, Handler handler);
+  /// The addresses when they have become known by now. Else null, and `handler` is called once, on a thread of
+  /// the resolver, unless `waiter` has gone by then. Look-ups of one name share an answer.
+  Addresses lookUp(const std::string& host, std::weak_ptr<void> waiter, Handler handler);
 
  private:
   struct Waiter {
