@@ -149,9 +149,27 @@ class Writer {
       case NVXx_PBType::String:
       case NVXx_PBType::Data:
         return bytes(out, Access::slot<PBBlock>(message, entry.offset));
-      default:
-        return scalar(out, entry.type, Access::storage(message) + entry.offset);
+        // Each by itself, so that a field takes one jump and not two.
+#define NVX_PB_SCALAR(kind) \
+  case NVXx_PBType::kind:   \
+    return scalar(out, NVXx_PBType::kind, Access::storage(message) + entry.offset)
+        NVX_PB_SCALAR(Bool);
+        NVX_PB_SCALAR(Fixed32);
+        NVX_PB_SCALAR(SFixed32);
+        NVX_PB_SCALAR(Float);
+        NVX_PB_SCALAR(Fixed64);
+        NVX_PB_SCALAR(SFixed64);
+        NVX_PB_SCALAR(Double);
+        NVX_PB_SCALAR(Int32);
+        NVX_PB_SCALAR(Int64);
+        NVX_PB_SCALAR(SInt32);
+        NVX_PB_SCALAR(SInt64);
+        NVX_PB_SCALAR(UInt32);
+        NVX_PB_SCALAR(UInt64);
+        NVX_PB_SCALAR(Enum);
+#undef NVX_PB_SCALAR
     }
+    __builtin_unreachable();
   }
 
   // A length, and what writes as much.
