@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
@@ -14,6 +16,7 @@
 #include "nvxcore/connection/NVXDASHConnectionImpl.h"
 #include "nvxcore/platform/HTTPSession.h"
 #include "nvxcore/transport/NVXx_HTKSessionFetcherService.h"
+#include "tools/geoserver/FaultScript.h"
 #include "tools/geoserver/GeoServer.h"
 
 namespace nvxcore::testing {
@@ -81,6 +84,18 @@ inline void sendInBatches(size_t total, uint64_t seed, const std::function<bool(
     });
   }
   for (std::thread& sender : senders) sender.join();
+}
+
+/// A whole proof has met a thousand faults, and each kind that there is often.
+inline void expectEachFault(const geoserver::FaultScript& script, const geoserver::FaultWeights& weights,
+                            bool isHttp2) {
+  const auto counts = script.counts();
+  EXPECT_GE(script.faultCount(), 1000u);
+  for (size_t kind = 0; kind < counts.size(); ++kind) {
+    const auto fault = static_cast<geoserver::FaultKind>(kind);
+    if (weights[kind] == 0 || (!isHttp2 && geoserver::needsHttp2(fault))) continue;
+    EXPECT_GE(counts[kind], 50u) << geoserver::faultName(fault);
+  }
 }
 
 /// A service for that server, which trusts its certificate.

@@ -12,7 +12,6 @@
 #include "tests/support/NVXTest.h"
 #include "tests/support/PlatformScope.h"
 #include "tests/support/Proof.h"
-#include "tools/geoserver/FaultScript.h"
 #include "tools/geoserver/GeoServer.h"
 
 namespace nvxcore {
@@ -139,16 +138,7 @@ TEST_P(LedgerTest, EachRequestHasOneOutcomeAndTheServerAgrees) {
   server.stop();
   compare(ledger, server.exchanges());
   std::printf("%s", script.report().c_str());
-  if (runsWholeProofs()) {
-    const auto counts = script.counts();
-    EXPECT_GE(script.faultCount(), 1000u);
-    for (size_t kind = 0; kind < counts.size(); ++kind) {
-      const auto fault = static_cast<geoserver::FaultKind>(kind);
-      if (fault == geoserver::FaultKind::stalledBody || (!GetParam().http2 && geoserver::needsHttp2(fault)))
-        continue;
-      EXPECT_GE(counts[kind], 50u) << geoserver::faultName(fault);
-    }
-  }
+  if (runsWholeProofs()) expectEachFault(script, geoserver::FaultScript::defaultWeights(), GetParam().http2);
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocols, LedgerTest,
